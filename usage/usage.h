@@ -1,0 +1,72 @@
+// A VLAN's usage record: its clock, the traffic of the latest tick, the
+// running hour, day and month, and rings of closed hours and days.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+// A traffic pair in bytes: the first and the second counter, in that order.
+struct wu_pair {
+	uint64_t first;
+	uint64_t second;
+};
+
+// A closed hour or day: its local start (tm_isdst kept at -1) and traffic.
+struct wu_slot {
+	struct tm start_tm;
+	wu_pair usage;
+};
+
+constexpr unsigned WU_HOUR_SLOTS = 32; // holds 31 closed hours, one stays free
+constexpr unsigned WU_DAY_SLOTS = 64;  // holds 63 closed days
+
+// Bits of wu_usage.changed, read and cleared by the totals.
+constexpr uint8_t WU_CHANGED_HOUR = 0x80;
+constexpr uint8_t WU_CHANGED_DAY = 0x40;
+constexpr uint8_t WU_CHANGED_MONTH = 0x20;
+
+struct wu_usage {
+	time_t prev_time;
+	time_t now;
+	struct tm now_tm;
+	int32_t vlan;
+	int32_t time_synced;
+	wu_pair total;
+	wu_pair delta;
+	time_t hour_time;
+	wu_pair hour_usage;
+	time_t day_time;
+	wu_pair day_usage;
+	time_t month_start;
+	time_t update_time;
+	wu_pair month_usage;
+	// Ring indices run freely and are taken modulo the ring size.
+	uint32_t day_tail;
+	uint32_t day_head;
+	wu_slot day_slots[WU_DAY_SLOTS];
+	uint32_t hour_tail;
+	uint32_t hour_head;
+	wu_slot hour_slots[WU_HOUR_SLOTS];
+	uint8_t changed;
+};
+
+// A zero-filled record, or null when memory is exhausted.
+wu_usage *wu_new();
+
+// Takes the tick's clock value.
+void wu_update_time(wu_usage *wu, time_t t);
+
+// Takes the tick's traffic, already a delta since the previous tick.
+void wu_update_usage(wu_usage *wu, uint64_t first, uint64_t second);
+
+// Period updates, run only while the clock is known to be set.
+void wu_monthly_rollover(wu_usage *wu);
+void wu_update_hourly(wu_usage *wu);
+void wu_update_daily(wu_usage *wu);
+void wu_update_monthly(wu_usage *wu);
+void update_wu_usage_time_after_time_sync(wu_usage *wu);
+
+// History files of the run-time tree, rewritten every tick.
+void wu_save_hourly(wu_usage *wu);
+void wu_save_daily(wu_usage *wu);
+void wu_save_monthly(wu_usage *wu);
