@@ -32,7 +32,7 @@ struct client_backup_file {
 	client_backup_file *prev;
 };
 
-client_backup_file *client_backup_list;
+client_backup_file client_backup_list;
 
 int
 bucket_of(int vlan)
@@ -326,9 +326,5 @@ backup_client_dirs(int vlan)
 void
 init_usage_file_list()
 {
-	auto *head = static_cast<client_backup_file *>(calloc(1, sizeof(client_backup_file)));
-	if (head == nullptr)
-		return;
-	head->next = head->prev = head;
-	client_backup_list = head;
+	client_backup_list.next = client_backup_list.prev = &client_backup_list;
 }

@@ -49,7 +49,7 @@ int __gettimeofday64(struct fakeclock_timeval64 *tv, void *tz) noexcept;
 
 namespace {
 
-char clock_path[sizeof(sockaddr_un::sun_path)];
+char clock_path[256];
 char ctl_path[sizeof(sockaddr_un::sun_path)];
 long long alarm_deadline; // virtual seconds, 0 when no alarm is set
 unsigned long idle_sequence;
