@@ -84,13 +84,12 @@ restore_vlan(sw_usage_registry *registry, const char *name)
 	if (id < min_vlan || id > max_vlan)
 		return true;
 	int vlan = static_cast<int>(id);
-	sw_vlan_entry *entry = tally_sw_vlan_new(vlan);
+	sw_vlan_entry *entry = tally_sw_vlan_add(registry, vlan);
 	if (entry == nullptr)
 		return false;
 	create_vlan_run_dirs(vlan);
 	restore_client_tables(entry->clients);
 	read_backup_ex(entry->usage, 0, 0, vlan);
-	tally_sw_vlan_append(registry->vlans, entry);
 	copy_client_backup(vlan);
 	return true;
 }
@@ -123,6 +122,41 @@ restore_backup_tree(sw_usage_registry *registry, DIR *root)
 		restore_bucket(registry, bucket);
 		closedir(bucket);
 	}
+}
+
+unsigned
+page_of(int vlan)
+{
+	return static_cast<unsigned>(vlan) >> VLAN_PAGE_BITS;
+}
+
+unsigned
+slot_of(int vlan)
+{
+	return static_cast<unsigned>(vlan) & ((1u << VLAN_PAGE_BITS) - 1);
+}
+
+bool
+indexable(int vlan)
+{
+	return vlan >= 0 && vlan <= 0xffff;
+}
+
+// Only the first entry of a number is indexed: records go to it.
+bool
+index_vlan(sw_usage_registry *registry, sw_vlan_entry *entry)
+{
+	if (!indexable(entry->vlan))
+		return true;
+	sw_vlan_entry **&page = registry->vlan_pages[page_of(entry->vlan)];
+	if (page == nullptr) {
+		page = static_cast<sw_vlan_entry **>(calloc(1u << VLAN_PAGE_BITS, sizeof *page));
+		if (page == nullptr)
+			return false;
+	}
+	if (page[slot_of(entry->vlan)] == nullptr)
+		page[slot_of(entry->vlan)] = entry;
+	return true;
 }
 
 void
@@ -184,37 +218,41 @@ save_totals(wu_totals *totals, int clock_set)
 } // namespace
 
 sw_vlan_entry *
-tally_sw_vlan_new(int vlan)
+tally_sw_vlan_add(sw_usage_registry *registry, int vlan)
 {
 	auto *entry = static_cast<sw_vlan_entry *>(calloc(1, sizeof(sw_vlan_entry)));
 	if (entry == nullptr)
 		return nullptr;
+	entry->vlan = vlan;
 	entry->clients = client_usage_set_new(vlan);
 	entry->usage = wu_new();
-	if (entry->clients == nullptr || entry->usage == nullptr) {
+	if (entry->clients == nullptr || entry->usage == nullptr || !index_vlan(registry, entry)) {
 		client_usage_set_free(entry->clients);
 		free(entry->usage);
 		free(entry);
 		return nullptr;
 	}
-	entry->vlan = vlan;
 	entry->usage->vlan = vlan;
-	return entry;
-}
-
-void
-tally_sw_vlan_append(sw_vlan_entry *vlans, sw_vlan_entry *entry)
-{
+	sw_vlan_entry *vlans = registry->vlans;
 	entry->next = vlans;
 	entry->prev = vlans->prev;
 	vlans->prev->next = entry;
 	vlans->prev = entry;
+	return entry;
+}
+
+sw_vlan_entry *
+tally_sw_vlan_find(const sw_usage_registry *registry, int vlan)
+{
+	if (!indexable(vlan))
+		return nullptr;
+	sw_vlan_entry *const *page = registry->vlan_pages[page_of(vlan)];
+	return page == nullptr ? nullptr : page[slot_of(vlan)];
 }
 
 sw_usage_registry *
-tally_sw_usage_init()
+tally_sw_registry_new()
 {
-	time_was_initialized = 0;
 	auto *registry = static_cast<sw_usage_registry *>(calloc(1, sizeof(sw_usage_registry)));
 	if (registry == nullptr)
 		return nullptr;
@@ -223,13 +261,38 @@ tally_sw_usage_init()
 		free(registry);
 		return nullptr;
 	}
+	sentinel->next = sentinel->prev = sentinel;
+	registry->vlans = sentinel;
+	return registry;
+}
+
+void
+tally_sw_registry_free(sw_usage_registry *registry)
+{
+	sw_vlan_entry *vlans = registry->vlans;
+	for (sw_vlan_entry *e = vlans->next, *next; e != vlans; e = next) {
+		next = e->next;
+		client_usage_set_free(e->clients);
+		free(e->usage);
+		free(e);
+	}
+	for (sw_vlan_entry **page : registry->vlan_pages)
+		free(page);
+	free(vlans);
+	free(registry);
+}
+
+sw_usage_registry *
+tally_sw_usage_init()
+{
+	time_was_initialized = 0;
+	sw_usage_registry *registry = tally_sw_registry_new();
+	if (registry == nullptr)
+		return nullptr;
 	registry->prev_time = registry->now = time(nullptr);
 
 	(void)recursive_remove(RUN_ROOT);
 	(void)recursive_mkdir(RUN_ROOT);
-
-	sentinel->next = sentinel->prev = sentinel;
-	registry->vlans = sentinel;
 
 	DIR *root = opendir(BACKUP_ROOT);
 	if (root == nullptr) {
@@ -250,7 +313,7 @@ tally_sw_usage_update(sw_usage_registry *registry)
 	registry->prev_time = registry->now;
 	registry->now = time(nullptr);
 
-	client_usage_read_stats(vlans, registry->now);
+	client_usage_read_stats(registry, registry->now);
 
 	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
 		const client_usage_table &hourly = e->clients->tables[CLIENT_HOURLY];

@@ -18,11 +18,17 @@ struct sw_vlan_entry {
 	sw_vlan_entry *prev;
 };
 
+// The first entry of each VLAN number, in pages of 256 numbers made on
+// first use, so finding a record's VLAN costs the same for any list length.
+constexpr unsigned VLAN_PAGE_BITS = 8;
+constexpr unsigned VLAN_PAGES = 65536 >> VLAN_PAGE_BITS;
+
 struct sw_usage_registry {
 	time_t prev_time;
 	time_t now;
 	sw_vlan_entry *vlans; // sentinel: no VLAN, links to itself when empty
 	wu_totals totals;
+	sw_vlan_entry **vlan_pages[VLAN_PAGES];
 };
 
 // Client sub-directories of a VLAN, indexed by client_period.
@@ -33,18 +39,25 @@ extern const char *const sw_usage_dir[3];
 // allocated.
 sw_usage_registry *tally_sw_usage_init();
 
+// An empty registry, touching no file; null when memory is exhausted.
+sw_usage_registry *tally_sw_registry_new();
+
+// Frees a registry and everything it owns. The daemon never does: it
+// keeps its registry for life; tests and benchmarks do.
+void tally_sw_registry_free(sw_usage_registry *registry);
+
 // One tick: statistics, usage records, history and totals files, client files.
 void tally_sw_usage_update(sw_usage_registry *registry);
 
 // One backup pass into the backup tree over every VLAN of the list.
 void tally_sw_backup_usage(sw_vlan_entry *vlans);
 
-// A VLAN entry with its usage record and client tables, not yet in any list;
-// null when memory is exhausted.
-sw_vlan_entry *tally_sw_vlan_new(int vlan);
+// A new VLAN entry with its usage record and client tables, appended at the
+// tail of the list; null when memory is exhausted.
+sw_vlan_entry *tally_sw_vlan_add(sw_usage_registry *registry, int vlan);
 
-// Appends entry at the tail of the list.
-void tally_sw_vlan_append(sw_vlan_entry *vlans, sw_vlan_entry *entry);
+// The first entry of the list with this VLAN number, or null.
+sw_vlan_entry *tally_sw_vlan_find(const sw_usage_registry *registry, int vlan);
 
 // The VLAN's run-time directories.
 void create_vlan_run_dirs(int vlan);

@@ -1,0 +1,226 @@
+// The statistics reader on well-formed, broken and hostile files. Files are
+// built here byte by byte, big-endian as the appliance's agent writes them.
+#include "client/client.h"
+#include "daemon/registry.h"
+
+#include <cstdio>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr time_t NOW = 1795256225;
+
+struct station {
+	uint8_t mac[6];
+	std::vector<sflow_record> records;
+};
+
+// Header, descriptors, then each station's records in order.
+std::vector<uint8_t>
+build(const std::vector<station> &stations, uint32_t magic = SFLOW_MAGIC)
+{
+	size_t records_at = SFLOW_HEADER_SIZE + stations.size() * SFLOW_HOST_SIZE;
+	size_t total = records_at;
+	for (const station &s : stations)
+		total += s.records.size() * SFLOW_RECORD_SIZE;
+	std::vector<uint8_t> file(total);
+	sflow_encode_header({magic, static_cast<uint32_t>(stations.size())}, file.data());
+	size_t at = records_at;
+	for (size_t i = 0; i < stations.size(); i++) {
+		sflow_host h = {{}, static_cast<uint32_t>(stations[i].records.size()),
+				static_cast<uint32_t>(at)};
+		memcpy(h.mac, stations[i].mac, 6);
+		sflow_encode_host(h, file.data() + SFLOW_HEADER_SIZE + i * SFLOW_HOST_SIZE);
+		for (const sflow_record &r : stations[i].records) {
+			sflow_encode_record(r, file.data() + at);
+			at += SFLOW_RECORD_SIZE;
+		}
+	}
+	return file;
+}
+
+sflow_record
+record(uint16_t vlan, uint32_t ip, uint64_t first, uint64_t second, uint8_t valid = 1)
+{
+	return {vlan, 0, valid, ip, second, first};
+}
+
+struct Reader : testing::Test {
+	sw_usage_registry *registry = tally_sw_registry_new();
+	// Per process: CTest runs each test in its own, in parallel.
+	std::string path = testing::TempDir() + "stats_test." + std::to_string(getpid()) + ".bin";
+
+	void SetUp() override
+	{
+		ASSERT_NE(registry, nullptr);
+		for (int vlan : {10, 20})
+			ASSERT_NE(tally_sw_vlan_add(registry, vlan), nullptr);
+	}
+	void TearDown() override
+	{
+		remove(path.c_str());
+		tally_sw_registry_free(registry);
+	}
+
+	void write(const std::vector<uint8_t> &bytes)
+	{
+		FILE *f = fopen(path.c_str(), "wb");
+		ASSERT_NE(f, nullptr);
+		fwrite(bytes.data(), 1, bytes.size(), f);
+		fclose(f);
+	}
+	void read(time_t now = NOW) { client_usage_read_stats_file(registry, now, path.c_str()); }
+	const client_usage_table &hourly(int vlan)
+	{
+		return tally_sw_vlan_find(registry, vlan)->clients->tables[CLIENT_HOURLY];
+	}
+	// Three reads: a sighting, a baseline, then traffic of (first, second).
+	void feed_three(std::vector<uint8_t> (*file)(uint64_t step))
+	{
+		for (uint64_t step = 0; step < 3; step++) {
+			write(file(step));
+			read(NOW + 30 * static_cast<time_t>(step));
+		}
+	}
+};
+
+std::vector<uint8_t>
+two_vlans(uint64_t step)
+{
+	return build({{{0x00, 0x11, 0x22, 0x33, 0x44, 0x55},
+		       {record(10, 0x0a000001, 1000 * step, 100 * step),
+			record(20, 0x0a000002, 3000 * step, 300 * step),
+			record(10, 0x0a000003, 5000 * step, 500 * step, 0)}}});
+}
+
+TEST_F(Reader, CountersBecomeTickSumsPerVlan)
+{
+	feed_three(two_vlans);
+	EXPECT_EQ(hourly(10).tick_first, 1000u);
+	EXPECT_EQ(hourly(10).tick_second, 100u);
+	EXPECT_EQ(hourly(20).tick_first, 3000u);
+	EXPECT_EQ(hourly(20).tick_second, 300u);
+	EXPECT_EQ(hourly(10).count, 1u) << "an invalid record is ignored";
+	EXPECT_EQ(hourly(10).update_time, NOW + 60);
+	const client_usage_table &daily = tally_sw_vlan_find(registry, 10)->clients->tables[CLIENT_DAILY];
+	const client_usage_entry *e = client_usage_find(&daily, 0x0a000001, 0x001122334455, 0);
+	ASSERT_NE(e, nullptr);
+	EXPECT_EQ(e->acc_first, 1000u);
+}
+
+TEST_F(Reader, WideCountersDecodeAlikeOnEveryHost)
+{
+	feed_three([](uint64_t step) {
+		return build({{{0xfe, 0xdc, 0xba, 0x98, 0x76, 0x54},
+			       {record(10, 0xc0a80101, 0x0102030405060708ull * step,
+				       0x1112131415161718ull * step)}}});
+	});
+	EXPECT_EQ(hourly(10).tick_first, 0x0102030405060708ull);
+	EXPECT_EQ(hourly(10).tick_second, 0x1112131415161718ull);
+	EXPECT_NE(client_usage_find(&hourly(10), 0xc0a80101, 0xfedcba987654ull, 0), nullptr);
+}
+
+TEST_F(Reader, AMissingFileRepeatsThePreviousSums)
+{
+	feed_three(two_vlans);
+	remove(path.c_str());
+	read(NOW + 90);
+	EXPECT_EQ(hourly(10).tick_first, 1000u);
+	EXPECT_EQ(hourly(10).update_time, NOW + 60) << "the tables are left alone";
+}
+
+// Files that must leave this tick's sums at 0, after a tick with traffic.
+TEST_F(Reader, BrokenFilesContributeNothing)
+{
+	std::vector<uint8_t> good = two_vlans(3);
+	std::vector<uint8_t> wrong_magic = build({{{0}, {record(10, 1, 1, 1)}}}, 0x01FE8A09);
+	std::vector<uint8_t> no_hosts = good;
+	memset(no_hosts.data() + 4, 0, 4);
+	struct {
+		const char *what;
+		std::vector<uint8_t> bytes;
+	} cases[] = {
+		{"empty", {}},
+		{"short header", {0x09, 0x8a, 0xfe}},
+		{"byte-swapped magic", wrong_magic},
+		{"zero host count", no_hosts},
+	};
+	for (auto &c : cases) {
+		SCOPED_TRACE(c.what);
+		feed_three(two_vlans);
+		ASSERT_EQ(hourly(10).tick_first, 1000u);
+		write(c.bytes);
+		read(NOW + 90);
+		EXPECT_EQ(hourly(10).tick_first, 0u);
+		EXPECT_EQ(hourly(20).tick_first, 0u);
+	}
+}
+
+// Hostile headers and offsets: the readable part counts, nothing else.
+TEST_F(Reader, ClaimsBeyondTheFileAreCutAtItsEnd)
+{
+	struct {
+		const char *what;
+		void (*spoil)(std::vector<uint8_t> &);
+		uint64_t vlan10_first;
+	} cases[] = {
+		{"host count 0xFFFFFFFF", [](std::vector<uint8_t> &f) { memset(f.data() + 4, 0xff, 4); }, 1000},
+		{"file cut inside the last record", [](std::vector<uint8_t> &f) { f.resize(f.size() - 100); }, 1000},
+		{"file cut inside the first record",
+		 [](std::vector<uint8_t> &f) { f.resize(SFLOW_HEADER_SIZE + SFLOW_HOST_SIZE + 10); }, 0},
+		{"record offset past the end",
+		 [](std::vector<uint8_t> &f) { memset(f.data() + SFLOW_HEADER_SIZE + 12, 0x7f, 4); }, 0},
+		{"record offset that wraps 32 bits with the count",
+		 [](std::vector<uint8_t> &f) {
+			 memset(f.data() + SFLOW_HEADER_SIZE + 8, 0xff, 4);
+			 memset(f.data() + SFLOW_HEADER_SIZE + 12, 0xff, 4);
+		 }, 0},
+		{"record count 0xFFFFFFFF", [](std::vector<uint8_t> &f) { memset(f.data() + SFLOW_HEADER_SIZE + 8, 0xff, 4); }, 1000},
+	};
+	for (auto &c : cases) {
+		SCOPED_TRACE(c.what);
+		for (uint64_t step = 0; step < 3; step++) {
+			std::vector<uint8_t> f = two_vlans(step);
+			if (step == 2)
+				c.spoil(f);
+			write(f);
+			read(NOW + 30 * static_cast<time_t>(step));
+		}
+		EXPECT_EQ(hourly(10).tick_first, c.vlan10_first);
+	}
+}
+
+TEST_F(Reader, TwoStationsWithOneAddressAreTwoClients)
+{
+	feed_three([](uint64_t step) {
+		return build({{{0, 0, 0, 0, 0, 1}, {record(10, 0x0a000001, 10 * step, step)}},
+			      {{0, 0, 0, 0, 0, 2}, {record(10, 0x0a000001, 10 * step, step)}}});
+	});
+	EXPECT_EQ(hourly(10).count, 2u);
+	EXPECT_NE(client_usage_find(&hourly(10), 0x0a000001, 1, 0), nullptr);
+	EXPECT_NE(client_usage_find(&hourly(10), 0x0a000001, 2, 0), nullptr);
+}
+
+TEST(StatsFormat, FieldsSitWhereTheAgentPutsThem)
+{
+	uint8_t bytes[SFLOW_RECORD_SIZE] = {};
+	sflow_encode_record({0x0102, 0x0304, 1, 0x0a0b0c0d, 0x2122232425262728, 0x3132333435363738},
+			    bytes);
+	const uint8_t vlan_tag_valid[] = {0x01, 0x02, 0x03, 0x04, 0x01};
+	const uint8_t ip[] = {0x0a, 0x0b, 0x0c, 0x0d};
+	EXPECT_EQ(memcmp(bytes, vlan_tag_valid, 5), 0);
+	EXPECT_EQ(memcmp(bytes + 8, ip, 4), 0);
+	EXPECT_EQ(bytes[40], 0x21) << "second counter at 40";
+	EXPECT_EQ(bytes[96], 0x31) << "first counter at 96";
+	EXPECT_EQ(bytes[103], 0x38);
+	uint8_t header[8];
+	sflow_encode_header({SFLOW_MAGIC, 2}, header);
+	const uint8_t expected[] = {0x09, 0x8a, 0xfe, 0x01, 0, 0, 0, 2};
+	EXPECT_EQ(memcmp(header, expected, 8), 0);
+}
+
+} // namespace
