@@ -64,6 +64,7 @@ enum client_period : uint32_t {
 };
 
 constexpr uint32_t CLIENT_BUCKETS = 8191; // files list clients by address modulo this
+constexpr uint32_t CLIENT_SMALL_HEAD_BITS = 1; // heads kept in the table itself
 
 // One client (address, MAC, tag) of one table. Packed to 4-byte alignment:
 // 56 bytes on every target.
@@ -92,10 +93,12 @@ struct client_usage_table {
 	uint32_t vlan;
 	uint64_t tick_second; // this tick's second-counter deltas, bytes
 	uint64_t tick_first;  // this tick's first-counter deltas, bytes
-	// Clients hashed by address; null until the first client.
+	// Clients hashed by address: heads is null until the first client, then
+	// small_heads until the table outgrows them.
 	uint32_t *heads;
 	uint32_t head_bits;
 	uint32_t count;
+	uint32_t small_heads[1u << CLIENT_SMALL_HEAD_BITS];
 };
 
 // A VLAN's three tables, indexed by client_period.

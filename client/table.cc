@@ -25,7 +25,7 @@ namespace {
 constexpr uint32_t no_entry = UINT32_MAX;
 constexpr uint32_t chunk_bits = 10; // entries per pool chunk: 1024, 56 KiB
 constexpr uint32_t chunk_mask = (1u << chunk_bits) - 1;
-constexpr uint32_t first_head_bits = 3;
+constexpr uint32_t max_load = 2; // entries per head before the heads double
 
 struct entry_pool {
 	client_usage_entry **chunks;
@@ -98,18 +98,30 @@ chain_push(client_usage_table *t, uint32_t index)
 	t->heads[h] = index;
 }
 
-// Keeps chains about one entry long. Order within a chain carries no
-// meaning: a key is unique, and so is the current holder of an address.
+uint32_t
+head_count(const client_usage_table *t)
+{
+	return t->heads == nullptr ? 0 : 1u << t->head_bits;
+}
+
+// Keeps chains one or two entries long; the first heads live in the table
+// itself, so a VLAN with a client or two allocates none. Order within a
+// chain carries no meaning: a key is unique, and so is the current holder
+// of an address.
 bool
 grow_heads(client_usage_table *t)
 {
-	uint32_t bits = t->heads == nullptr ? first_head_bits : t->head_bits + 1;
-	auto *heads = static_cast<uint32_t *>(malloc(sizeof(uint32_t) << bits));
-	if (heads == nullptr)
-		return false;
-	std::fill(heads, heads + (1u << bits), no_entry);
 	uint32_t *old = t->heads;
-	uint32_t old_size = old == nullptr ? 0 : 1u << t->head_bits;
+	uint32_t old_size = head_count(t);
+	uint32_t *heads = t->small_heads;
+	uint32_t bits = CLIENT_SMALL_HEAD_BITS;
+	if (old != nullptr) {
+		bits = t->head_bits + 1;
+		heads = static_cast<uint32_t *>(malloc(sizeof(uint32_t) << bits));
+		if (heads == nullptr)
+			return false;
+	}
+	std::fill(heads, heads + (1u << bits), no_entry);
 	t->heads = heads;
 	t->head_bits = bits;
 	for (uint32_t h = 0; h < old_size; h++) {
@@ -119,7 +131,8 @@ grow_heads(client_usage_table *t)
 			i = next;
 		}
 	}
-	free(old);
+	if (old != t->small_heads)
+		free(old);
 	return true;
 }
 
@@ -218,7 +231,7 @@ int
 client_insert(client_usage_table *t, const char *text, uint32_t caller_ip, uint32_t kind,
 	      uint64_t first, uint64_t second, uint64_t mac, uint32_t tag, bool restore)
 {
-	if (t->count >= (t->heads == nullptr ? 0 : 1u << t->head_bits) && !grow_heads(t))
+	if (t->count >= max_load * head_count(t) && !grow_heads(t))
 		return 1;
 	uint32_t index = pool_take();
 	if (index == no_entry)
@@ -363,7 +376,8 @@ client_usage_set_free(client_usage_set *set)
 	if (set == nullptr)
 		return;
 	for (client_usage_table &t : set->tables)
-		free(t.heads);
+		if (t.heads != t.small_heads)
+			free(t.heads);
 	free(set);
 }
 

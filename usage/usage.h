@@ -11,11 +11,25 @@ struct wu_pair {
 	uint64_t second;
 };
 
-// A closed hour or day: its local start (tm_isdst kept at -1) and traffic.
-struct wu_slot {
-	struct tm start_tm;
-	wu_pair usage;
+// The local start of a period as the calendar fields it is printed from
+// and that mktime takes back, with minutes and seconds 0 and daylight
+// saving left to mktime. Kept as given, even out of range (a restored
+// 2026-02-31 prints as such).
+struct wu_start {
+	int32_t year; // as tm_year
+	uint8_t mon;  // as tm_mon
+	uint8_t mday;
+	uint8_t hour;
 };
+
+// A closed hour or day: its start and its traffic.
+struct wu_slot {
+	wu_pair usage;
+	wu_start start_tm;
+};
+
+wu_start wu_start_of(const struct tm *tm);
+struct tm wu_start_tm(wu_start start);
 
 constexpr unsigned WU_HOUR_SLOTS = 32; // holds 31 closed hours, one stays free
 constexpr unsigned WU_DAY_SLOTS = 64;  // holds 63 closed days

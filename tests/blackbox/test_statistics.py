@@ -1,0 +1,99 @@
+"""The statistics file read every tick: VLANs met there for the first time,
+and files that are broken or hostile."""
+
+import os
+import signal
+
+import pytest
+
+from statfile import HEADER, HOST, build, mac, record
+
+T0 = 1795256225  # Sat 2026-11-21 10:17:05 UTC
+STATS = "/var/run/sflow/stat.bin"
+SUBDIRS = ["sw_client", "sw_client/sw_client_usage_daily", "sw_client/sw_client_usage_hourly",
+           "sw_client/sw_client_usage_monthly", "sw_vlan"]
+
+
+def write_stats(sb, data):
+    host = sb.path(STATS)
+    os.makedirs(os.path.dirname(host), exist_ok=True)
+    with open(host + ".new", "wb") as f:
+        f.write(data)
+    os.replace(host + ".new", host)
+
+
+def has_run_dirs(sb, vlan):
+    top = sb.path(f"/var/run/ostra/tally_sw_usage/{vlan % 100}/{vlan}")
+    return all(os.path.isdir(os.path.join(top, d)) for d in SUBDIRS)
+
+
+def backed_up_vlans(sb):
+    """VLANs in the order of the last backup pass's copies."""
+    copies = [c.split()[2] for c in sb.commands() if c.startswith("cp -r /var/run/")]
+    return [int(c.split("/")[6]) for c in copies[::3]]
+
+
+def test_vlans_met_in_the_statistics_join_the_list_in_order_of_discovery(sandbox):
+    os.makedirs(sandbox.path("/tmp/tally_sw_usage/7/7/sw_vlan"))
+    sandbox.start(T0)
+    write_stats(sandbox, build([
+        (mac(1), [record(0, "10.0.0.1", 1, 1), record(65535, "10.0.0.2", 1, 1)]),
+        (mac(2), [record(4096, "10.0.0.3", 1, 1, valid=0), record(7, "10.0.0.4", 1, 1),
+                  record(300, "10.0.0.5", 1, 1), record(0, "10.0.0.6", 1, 1)]),
+    ]))
+    sandbox.tick(T0 + 30)
+    for vlan in (0, 65535, 300):
+        assert has_run_dirs(sandbox, vlan), vlan
+    assert not os.path.exists(sandbox.path("/var/run/ostra/tally_sw_usage/96/4096")), \
+        "an invalid record makes no VLAN"
+    sandbox.signal(signal.SIGUSR1)
+    assert backed_up_vlans(sandbox) == [7, 0, 65535, 300]
+
+
+def _hostile_files():
+    good = build([(mac(1), [record(10, "10.0.0.1", 5000, 500)])])
+    header_only = HEADER.pack(0x098AFE01, 0xFFFFFFFF)
+    wrapping = bytearray(good)
+    HOST.pack_into(wrapping, HEADER.size, mac(1), 0xFFFFFFFF, 0xFFFFFF00)
+    past_end = bytearray(good)
+    HOST.pack_into(past_end, HEADER.size, mac(1), 1, 0x7FFFFFFF)
+    # Every descriptor points at all the records: claims far beyond the file.
+    shared = bytearray(HEADER.pack(0x098AFE01, 2000))
+    records_at = HEADER.size + 2000 * HOST.size
+    for i in range(2000):
+        shared += HOST.pack(mac(i + 1), 0xFFFFFFFF, records_at)
+    for i in range(2000):
+        shared += record(20 + i % 5, f"10.1.{i // 250}.{i % 250}", i, i)
+    return {
+        "empty": b"",
+        "short header": good[:5],
+        "host count 0xFFFFFFFF in an 8-byte file": header_only,
+        "cut inside a record": good[:-1],
+        "offset and count that wrap 32 bits": bytes(wrapping),
+        "offset past the end": bytes(past_end),
+        "descriptors sharing their records": bytes(shared),
+        "random bytes": bytes((i * 131 + 7) % 256 for i in range(4096)),
+    }
+
+
+@pytest.mark.parametrize("name", list(_hostile_files()))
+def test_hostile_files_are_read_as_far_as_they_go(sandbox, name):
+    sandbox.start(T0)
+    write_stats(sandbox, _hostile_files()[name])
+    sandbox.tick(T0 + 30)
+    sandbox.tick(T0 + 60)
+    if name == "descriptors sharing their records":
+        assert all(has_run_dirs(sandbox, v) for v in range(20, 25))
+    assert sandbox.stop() == 0
+
+
+def test_a_file_naming_every_vlan_number(sandbox):
+    sandbox.timeout *= 6
+    write_stats(sandbox, build([(mac(1), [record(v, "10.0.0.1", 1, 1) for v in range(65536)])]))
+    sandbox.start(T0)
+    sandbox.tick(T0 + 30)
+    sandbox.tick(T0 + 60)
+    made = sum(len(os.listdir(sandbox.path(f"/var/run/ostra/tally_sw_usage/{b}")))
+               for b in range(100))
+    assert made == 65536
+    assert sandbox.stop() == 0
