@@ -2,7 +2,11 @@
 
 Run as: python3 -m pytest tests/blackbox --daemon BUILD/tally
         --fakeclock BUILD/libtally_fakeclock.so [--emulator "qemu-mips -L /usr/mips-linux-gnu"]
+        [--tools DIR]
 """
+
+import os
+import subprocess
 
 import pytest
 
@@ -15,6 +19,8 @@ def pytest_addoption(parser):
     group.addoption("--fakeclock", required=True, help="the fakeclock preload built for the same target")
     group.addoption("--emulator", default=None,
                     help='command prefix for a foreign binary, e.g. "qemu-mips -L /usr/mips-linux-gnu"')
+    group.addoption("--tools", default=None,
+                    help="directory of tally-statgen and tally-statdump (default: that of --daemon)")
 
 
 @pytest.fixture
@@ -25,3 +31,18 @@ def sandbox(request):
     sb = Sandbox(opt("--daemon"), opt("--fakeclock"), emulator.split() if emulator else None)
     yield sb
     sb.close()
+
+
+@pytest.fixture
+def run_tool(request):
+    """run_tool(name, *args) runs one of the tools, through the emulator if
+    one is given, and returns its CompletedProcess with text output."""
+    opt = request.config.getoption
+    tools = opt("--tools") or os.path.dirname(os.path.abspath(opt("--daemon")))
+    emulator = opt("--emulator")
+    prefix = emulator.split() if emulator else []
+
+    def run(name, *args, timeout=120):
+        argv = prefix + [os.path.join(tools, name)] + [str(a) for a in args]
+        return subprocess.run(argv, capture_output=True, text=True, timeout=timeout)
+    return run
