@@ -46,3 +46,21 @@ recursive_remove(const char *path)
 {
 	return nftw(path, remove_entry, max_open_dirs, FTW_DEPTH | FTW_PHYS);
 }
+
+void
+copy_lines(FILE *out, FILE *in, int max)
+{
+	char line[256];
+	for (int n = 0; n < max && fgets(line, sizeof line, in) != nullptr; n++)
+		fputs(line, out);
+}
+
+void
+copy_file_lines(FILE *out, const char *path, int max)
+{
+	FILE *in = fopen(path, "r");
+	if (in == nullptr)
+		return;
+	copy_lines(out, in, max);
+	fclose(in);
+}

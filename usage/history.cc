@@ -1,7 +1,113 @@
-// The VLAN history files of the run-time tree.
-// Not built yet: no file is written.
+// The VLAN history files of the run-time tree: the closed hours and days
+// of the rings, and the display files that put the running period on top
+// of each history.
 #include "usage/usage.h"
 
-void wu_save_hourly(wu_usage *) {}
-void wu_save_daily(wu_usage *) {}
-void wu_save_monthly(wu_usage *) {}
+#include "daemon/fs.h"
+#include "daemon/paths.h"
+
+namespace {
+
+constexpr int hour_history_lines = 23; // and 24 in the display file
+constexpr int day_history_lines = 59;  // and 60
+constexpr int month_history_lines = 59;
+
+uint64_t
+kib(uint64_t bytes)
+{
+	return bytes >> 10;
+}
+
+// Newest first, from head - 1 back to tail, at most limit slots.
+template <typename Print>
+void
+print_ring(FILE *f, const wu_slot *slots, uint32_t size, uint32_t tail, uint32_t head, int limit,
+	   Print print)
+{
+	uint32_t mask = size - 1;
+	if ((head & mask) == (tail & mask))
+		return;
+	for (uint32_t i = head - 1, n = 0; static_cast<int>(n) < limit; i--, n++) {
+		const wu_slot &slot = slots[i & mask];
+		struct tm tm = wu_start_tm(slot.start_tm);
+		print(f, &tm, kib(slot.usage.first), kib(slot.usage.second));
+		if ((i & mask) == (tail & mask))
+			break;
+	}
+}
+
+} // namespace
+
+void
+wu_vlan_path(char *path, size_t size, int vlan, const char *name)
+{
+	char dir[128];
+	snprintf(dir, sizeof dir, RUN_VLAN_DIR, vlan % 100, vlan);
+	snprintf(path, size, "%s/%s", dir, name);
+}
+
+void
+wu_write_hourly_history(wu_usage *wu)
+{
+	char path[256];
+	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.hourly");
+	replace_file(TMP_FILE, path, [wu](FILE *f) {
+		print_ring(f, wu->hour_slots, WU_HOUR_SLOTS, wu->hour_tail, wu->hour_head,
+			   hour_history_lines, wu_print_hour_line);
+	});
+}
+
+void
+wu_write_daily_history(wu_usage *wu)
+{
+	char path[256];
+	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.daily");
+	replace_file(TMP_FILE, path, [wu](FILE *f) {
+		print_ring(f, wu->day_slots, WU_DAY_SLOTS, wu->day_tail, wu->day_head,
+			   day_history_lines, wu_print_day_line);
+	});
+}
+
+void
+wu_save_hourly(wu_usage *wu)
+{
+	char history[256], path[256];
+	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.hourly");
+	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_hourly.csv");
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		struct tm tm;
+		localtime_r(&wu->hour_time, &tm);
+		wu_print_hour_line(f, &tm, kib(wu->hour_usage.first), kib(wu->hour_usage.second));
+		copy_file_lines(f, history, hour_history_lines);
+	});
+}
+
+void
+wu_save_daily(wu_usage *wu)
+{
+	char history[256], path[256];
+	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.daily");
+	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_daily.csv");
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		struct tm tm;
+		localtime_r(&wu->day_time, &tm);
+		wu_print_day_line(f, &tm, kib(wu->day_usage.first), kib(wu->day_usage.second));
+		copy_file_lines(f, history, day_history_lines);
+	});
+}
+
+// The running month ends, as far as the display goes, today.
+void
+wu_save_monthly(wu_usage *wu)
+{
+	char history[256], path[256];
+	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.monthly");
+	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_monthly.csv");
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		struct tm start;
+		localtime_r(&wu->month_start, &start);
+		wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
+				    kib(wu->month_usage.second));
+		copy_file_lines(f, history, month_history_lines);
+	});
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 
 // A traffic pair in bytes: the first and the second counter, in that order.
@@ -74,13 +75,33 @@ void wu_update_time(wu_usage *wu, time_t t);
 void wu_update_usage(wu_usage *wu, uint64_t first, uint64_t second);
 
 // Period updates, run only while the clock is known to be set.
-void wu_monthly_rollover(wu_usage *wu);
+time_t wu_monthly_rollover(wu_usage *wu); // the new month_start
 void wu_update_hourly(wu_usage *wu);
 void wu_update_daily(wu_usage *wu);
 void wu_update_monthly(wu_usage *wu);
 void update_wu_usage_time_after_time_sync(wu_usage *wu);
 
-// History files of the run-time tree, rewritten every tick.
+// The clock-sync step, once per record; the tick bounds follow the clock.
+void wu_time_sync(wu_usage *wu);
+
+// History files of the run-time tree: the rings' files when they change,
+// the display files every tick.
+void wu_write_hourly_history(wu_usage *wu);
+void wu_write_daily_history(wu_usage *wu);
 void wu_save_hourly(wu_usage *wu);
 void wu_save_daily(wu_usage *wu);
 void wu_save_monthly(wu_usage *wu);
+
+// One line of a history, backup or totals file, amounts in KiB; nothing
+// when a date lies before 2009.
+void wu_print_hour_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib);
+void wu_print_day_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib);
+void wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
+			 uint64_t first_kib, uint64_t second_kib);
+
+// Reads a month line; amounts stay in KiB, saturated at 4294967295.
+void wu_parse_month_line(const char *line, struct tm *start_tm, struct tm *end_tm,
+			 uint64_t *first, uint64_t *second);
+
+// Path of one of a VLAN's files in the run-time tree.
+void wu_vlan_path(char *path, size_t size, int vlan, const char *name);

@@ -1,0 +1,144 @@
+// The calendar month of a usage record: filing a finished month at the top
+// of the monthly history, and dropping months that lie in the future once
+// the clock has gone back before the running month.
+#include "usage/usage.h"
+
+#include "daemon/fs.h"
+#include "daemon/log.h"
+#include "daemon/paths.h"
+
+namespace {
+
+constexpr int filed_history_lines = 60; // kept below a newly filed month
+
+time_t
+make_time(struct tm tm)
+{
+	tm.tm_isdst = -1;
+	return mktime(&tm);
+}
+
+// 00:00:00 on day 1 of the month of tm.
+struct tm
+month_start_of(struct tm tm)
+{
+	tm.tm_mday = 1;
+	tm.tm_hour = 0;
+	tm.tm_min = 0;
+	tm.tm_sec = 0;
+	time_t t = make_time(tm);
+	localtime_r(&t, &tm);
+	return tm;
+}
+
+// 23:59:59 on the last day of the month of tm: day 0 of the next month.
+time_t
+month_end_of(struct tm tm)
+{
+	if (++tm.tm_mon == 12) {
+		tm.tm_mon = 0;
+		tm.tm_year++;
+	}
+	tm.tm_mday = 0;
+	tm.tm_hour = 23;
+	tm.tm_min = 59;
+	tm.tm_sec = 59;
+	return make_time(tm);
+}
+
+// Lines are parsed and printed again, so one whose dates do not parse or
+// lie before 2009 is dropped on the way.
+void
+reprint_month_line(FILE *out, const char *line)
+{
+	struct tm start, end;
+	uint64_t first = 0, second = 0;
+	wu_parse_month_line(line, &start, &end, &first, &second);
+	wu_print_month_line(out, &start, &end, first, second);
+}
+
+// The month is filed under its start as repaired to day 1.
+void
+file_month(const wu_usage *wu, const struct tm &start, time_t month_end, const char *history)
+{
+	replace_file(TMP_FILE, history, [&](FILE *f) {
+		struct tm end;
+		localtime_r(&month_end, &end);
+		wu_print_month_line(f, &start, &end, wu->month_usage.first >> 10,
+				    wu->month_usage.second >> 10);
+		FILE *old = fopen(history, "r");
+		if (old == nullptr)
+			return;
+		char line[256];
+		for (int n = 0; n < filed_history_lines && fgets(line, sizeof line, old); n++)
+			reprint_month_line(f, line);
+		fclose(old);
+	});
+}
+
+// Keeps the history lines of months that started before cur_month.
+void
+drop_future_months(time_t cur_month, const char *history)
+{
+	FILE *old = fopen(history, "r");
+	if (old == nullptr)
+		return;
+	char line[256];
+	struct tm start, end;
+	uint64_t first = 0, second = 0;
+	if (fgets(line, sizeof line, old) == nullptr) {
+		fclose(old);
+		return;
+	}
+	wu_parse_month_line(line, &start, &end, &first, &second);
+	if (make_time(start) < cur_month) {
+		fclose(old);
+		return;
+	}
+	rewind(old);
+	replace_file(TMP_FILE, history, [&](FILE *f) {
+		while (fgets(line, sizeof line, old) != nullptr) {
+			first = second = 0;
+			wu_parse_month_line(line, &start, &end, &first, &second);
+			if (make_time(start) < cur_month)
+				wu_print_month_line(f, &start, &end, first, second);
+		}
+	});
+	fclose(old);
+}
+
+} // namespace
+
+time_t
+wu_monthly_rollover(wu_usage *wu)
+{
+	time_t now = make_time(wu->now_tm);
+	struct tm start_tm;
+	localtime_r(&wu->month_start, &start_tm);
+	if (start_tm.tm_mday != 1) {
+		log_notice("wu_monthly_rollover(): start_tm.tm_day not at month start month %d mday %d, "
+			   "wu->month_start %d. fixing...\n",
+			   start_tm.tm_mon, start_tm.tm_mday, static_cast<int>(wu->month_start));
+		start_tm = month_start_of(start_tm);
+	}
+	time_t month_end = month_end_of(start_tm);
+	char history[256];
+	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.monthly");
+
+	if (month_end < now) {
+		if (wu->month_start != 0)
+			file_month(wu, start_tm, month_end, history);
+		wu->changed |= WU_CHANGED_MONTH;
+	} else if (now < make_time(start_tm)) {
+		struct tm now_tm;
+		localtime_r(&now, &now_tm);
+		log_notice("wu_monthly_rollover(): > update_monthly_history start_tm:year %d mon %d day "
+			   "%d, _time:year %d mon %d day %d\n",
+			   start_tm.tm_year, start_tm.tm_mon, start_tm.tm_mday, now_tm.tm_year,
+			   now_tm.tm_mon, now_tm.tm_mday);
+		drop_future_months(make_time(month_start_of(now_tm)), history);
+		wu->changed |= WU_CHANGED_MONTH;
+	}
+	wu->month_start = make_time(month_start_of(wu->now_tm));
+	return wu->month_start;
+}
