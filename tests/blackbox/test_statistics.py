@@ -97,3 +97,44 @@ def test_a_file_naming_every_vlan_number(sandbox):
                for b in range(100))
     assert made == 65536
     assert sandbox.stop() == 0
+
+
+def test_agent_traffic_reaches_the_vlan_files(sandbox, run_tool, tmp_path):
+    """Three clients on VLAN 10 move 10 KiB and 2 KiB each per agent interval."""
+    def agent(*extra):
+        r = run_tool("tally-statgen", "--out", sandbox.path(STATS), "--state", tmp_path / "agent",
+                     "--hosts", 6, "--vlans", 2, "--first-vlan", 10, "--rate", 10240,
+                     "--second-rate", 2048, *extra)
+        assert r.returncode == 0, r.stderr
+
+    def vlan10(name):
+        with open(sandbox.path(f"/var/run/ostra/tally_sw_usage/10/10/sw_vlan/{name}")) as f:
+            return f.read()
+
+    os.makedirs(sandbox.path("/var/run/sflow"))
+    os.makedirs(sandbox.path("/var/run/ostra"))
+    open(sandbox.path("/var/run/ostra/time_initialized"), "w").close()
+    agent()
+    sandbox.start(T0)
+    clock = T0
+    # A client's first two samples only set its baselines.
+    for extra in [(), (), (), (), ()]:
+        agent(*extra)
+        clock += 30
+        sandbox.tick(clock)
+    assert vlan10("sw_usage_hourly.csv") == "2026-11-21-10,90,18\n"
+    assert vlan10("sw_usage_daily.csv") == "2026-11-21,90,18\n"
+    assert vlan10("sw_usage_monthly.csv") == "2026-11-01,2026-11-21,90,18\n"
+
+    # No file: the last tick's traffic is counted once more.
+    os.remove(sandbox.path(STATS))
+    sandbox.tick(clock + 30)
+    assert vlan10("sw_usage_hourly.csv") == "2026-11-21-10,120,24\n"
+
+    # The agent restarts: counters back at 0 re-baseline, and a baseline of
+    # 0 is taken again before traffic counts.
+    for extra in [("--restart",), (), ()]:
+        agent(*extra)
+        clock += 30
+        sandbox.tick(clock + 30)
+    assert vlan10("sw_usage_hourly.csv") == "2026-11-21-10,150,30\n"
