@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <vector>
 
 struct sw_usage_registry;
 struct sw_vlan_entry;
@@ -131,6 +132,15 @@ void client_usage_restore_lines(client_usage_table *table, FILE *f, int mode);
 const client_usage_entry *client_usage_find(const client_usage_table *table, uint32_t ip,
 					    uint64_t mac, uint32_t tag);
 
+// Ends the table's period: every entry keeps its baselines but loses its
+// usage and is no longer touched.
+void client_usage_close_period(client_usage_table *table);
+
+// The entries a client file lists, in the file's order: touched, with at
+// least 1 KiB in either counter.
+void client_usage_listed(const client_usage_table *table,
+			 std::vector<const client_usage_entry *> *out);
+
 // The address text of an entry, as the files write it.
 const char *client_usage_ip_text(const client_usage_entry *entry, char buffer[16]);
 
@@ -149,5 +159,11 @@ void get_month(struct tm *in, struct tm *out);
 // Closes the table's period when start begins a new one.
 void client_usage_fixup(client_usage_table *table, int vlan, time_t start);
 
-// Writes and trims the client files of every VLAN.
+// Writes and trims the client files of every VLAN; the second form writes
+// under another run-time root, through another temporary file.
 void client_usage_write_files(sw_vlan_entry *vlans);
+void client_usage_write_files_under(sw_vlan_entry *vlans, const char *root, const char *tmp);
+
+// Keeps the limit newest files of a client directory, and once the clock
+// is known, none dated in the future. flag is handed to the name list.
+void client_usage_dir_limit(const char *dir, int period, int limit, int flag);

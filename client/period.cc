@@ -42,6 +42,3 @@ get_month(struct tm *in, struct tm *out)
 	out->tm_min = 0;
 	out->tm_sec = 0;
 }
-
-// Not built yet: periods do not close.
-void client_usage_fixup(client_usage_table *, int, time_t) {}

@@ -88,6 +88,12 @@ head_of(const client_usage_table *t, uint32_t ip)
 	return (ip * 0x9E3779B1u) >> (32 - t->head_bits);
 }
 
+uint32_t
+head_count(const client_usage_table *t)
+{
+	return t->heads == nullptr ? 0 : 1u << t->head_bits;
+}
+
 // Links an entry at the head of its chain.
 void
 chain_push(client_usage_table *t, uint32_t index)
@@ -96,12 +102,6 @@ chain_push(client_usage_table *t, uint32_t index)
 	uint32_t h = head_of(t, e->ip);
 	e->next = t->heads[h];
 	t->heads[h] = index;
-}
-
-uint32_t
-head_count(const client_usage_table *t)
-{
-	return t->heads == nullptr ? 0 : 1u << t->head_bits;
 }
 
 // Keeps chains one or two entries long; the first heads live in the table
@@ -134,6 +134,16 @@ grow_heads(client_usage_table *t)
 	if (old != t->small_heads)
 		free(old);
 	return true;
+}
+
+// Every entry of the table, in no particular order.
+template <typename Fn>
+void
+for_all(const client_usage_table *t, Fn fn)
+{
+	for (uint32_t h = 0; h < head_count(t); h++)
+		for (uint32_t i = t->heads[h]; i != no_entry; i = entry_at(i)->next)
+			fn(i, entry_at(i));
 }
 
 template <typename Fn>
@@ -442,4 +452,39 @@ client_usage_ip_text(const client_usage_entry *entry, char buffer[16])
 				   [](const odd_text &o, uint32_t i) { return o.index < i; });
 	memcpy(buffer, it->text, sizeof it->text);
 	return buffer;
+}
+
+void
+client_usage_close_period(client_usage_table *table)
+{
+	for_all(table, [](uint32_t, client_usage_entry *e) {
+		e->acc_second = 0;
+		e->acc_first = 0;
+		e->touched = 0;
+	});
+}
+
+// Bucket by bucket of the address modulo 8191, newest first within a
+// bucket, as clients have always been listed. The pool index is the order
+// of insertion.
+void
+client_usage_listed(const client_usage_table *table, std::vector<const client_usage_entry *> *out)
+{
+	constexpr uint64_t at_least = 1024; // a client is listed from 1 KiB on
+	struct listed {
+		uint32_t bucket;
+		uint32_t index;
+	};
+	static std::vector<listed> order;
+	order.clear();
+	for_all(table, [](uint32_t index, const client_usage_entry *e) {
+		if (e->touched && (e->acc_first >= at_least || e->acc_second >= at_least))
+			order.push_back({e->ip % CLIENT_BUCKETS, index});
+	});
+	std::sort(order.begin(), order.end(), [](const listed &a, const listed &b) {
+		return a.bucket != b.bucket ? a.bucket < b.bucket : a.index > b.index;
+	});
+	out->clear();
+	for (const listed &l : order)
+		out->push_back(entry_at(l.index));
 }
