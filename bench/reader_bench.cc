@@ -1,9 +1,11 @@
-// Statistics reader and client tables over many ticks, in-process: time per
-// tick and per record, and what the tables cost in memory.
+// Statistics reader, client tables and client files over many ticks,
+// in-process: time per tick and per record, and what the tables cost in
+// memory.
 //
-// Usage: tally-bench-reader [DIR]  (DIR holds the generated statistics
-// files; default: the current directory)
+// Usage: tally-bench-reader [DIR]  (DIR receives the generated statistics
+// file and a client file tree; default: the current directory)
 #include "client/client.h"
+#include "daemon/fs.h"
 #include "daemon/registry.h"
 
 #include <algorithm>
@@ -83,6 +85,8 @@ int
 run(const std::string &dir, int records)
 {
 	std::string path = dir + "/bench-stat.bin";
+	std::string tree = dir + "/bench-clients";
+	std::string tmp = dir + "/bench-client.tmp";
 	std::vector<uint8_t> file = build_file(records);
 
 	size_t heap_sets = heap_in_use();
@@ -99,8 +103,15 @@ run(const std::string &dir, int records)
 		if (tally_sw_vlan_add(registry, v) == nullptr)
 			return 1;
 	size_t heap_idle = heap_in_use();
+	for (int v = 1; v <= vlan_count; v++) {
+		for (const char *sub : sw_usage_dir) {
+			char client_dir[512];
+			snprintf(client_dir, sizeof client_dir, "%s/%d/%d/%s", tree.c_str(), v % 100, v, sub);
+			(void)recursive_mkdir(client_dir);
+		}
+	}
 
-	std::vector<double> times;
+	std::vector<double> times, write_times;
 	size_t heap_peak = heap_idle;
 	for (int tick = 0; tick < ticks; tick++) {
 		advance_counters(file, records, tick);
@@ -112,19 +123,25 @@ run(const std::string &dir, int records)
 		client_usage_read_stats_file(registry, start + 30 * tick, path.c_str());
 		times.push_back(seconds_now() - t0);
 		heap_peak = std::max(heap_peak, heap_in_use());
+		t0 = seconds_now();
+		client_usage_write_files_under(registry->vlans, tree.c_str(), tmp.c_str());
+		write_times.push_back(seconds_now() - t0);
 	}
 	remove(path.c_str());
+	(void)recursive_remove(tree.c_str());
 	std::sort(times.begin(), times.end());
+	std::sort(write_times.begin(), write_times.end());
 	double median = times[times.size() / 2];
+	double write_median = write_times[write_times.size() / 2];
 
 	double idle_vlan = static_cast<double>(heap_idle - heap_before) / vlan_count;
 	// Entry pool, hash heads and allocator overhead, per entry of each of
 	// the three tables.
 	double per_entry = static_cast<double>(heap_peak - heap_idle) / (3.0 * records);
-	printf("%7d records %4d VLANs | tick %8.3f ms %6.3f us/record | heap %7.0f KiB | "
-	       "idle VLAN %5.0f B, its client tables %4.0f B | client entry %5.1f B/table | "
-	       "file read per tick %6.0f KiB\n",
-	       records, vlan_count, median * 1e3, median * 1e6 / records,
+	printf("%7d records %4d VLANs | read %8.3f ms %6.3f us/record | client files %8.3f ms | "
+	       "heap %7.0f KiB | idle VLAN %5.0f B, its client tables %4.0f B | "
+	       "client entry %5.1f B/table | file read per tick %6.0f KiB\n",
+	       records, vlan_count, median * 1e3, median * 1e6 / records, write_median * 1e3,
 	       static_cast<double>(heap_peak - heap_before) / 1024, idle_vlan, idle_tables,
 	       per_entry, static_cast<double>(file.size()) / 1024);
 	tally_sw_registry_free(registry);
