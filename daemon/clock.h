@@ -18,3 +18,9 @@ void compute_tick_bounds();
 
 // Recomputes tick for clock value t.
 void compute_tick_bounds_at(time_t t);
+
+// mktime with daylight saving decided afresh (tm_isdst -1). A local time
+// that occurs twice when the clocks go back resolves to the occurrence in
+// the same offset as clock value near: the C library takes the offset of
+// its previous conversion as its guess, so that conversion is made first.
+time_t mktime_near(struct tm *tm, time_t near);

@@ -168,8 +168,7 @@ local_start(time_t t, bool day)
 	tm.tm_sec = 0;
 	if (day)
 		tm.tm_hour = 0;
-	tm.tm_isdst = -1;
-	return mktime(&tm);
+	return mktime_near(&tm, t);
 }
 
 } // namespace

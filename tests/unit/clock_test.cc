@@ -19,6 +19,11 @@ const bounds_case bounds_cases[] = {
 	{"Europe/Berlin", 1774780200, {1774778400, 1774781999, 1774738800, 1774821599}},
 	// 2026-10-25 20:00 CET, a 25-hour day.
 	{"Europe/Berlin", 1792954800, {1792954800, 1792958399, 1792879200, 1792969199}},
+	// Its hour 02 comes twice: 02:30 CEST, then 02:30 CET, each within its
+	// own pass whatever the conversion before it.
+	{"Europe/Berlin", 1792888200, {1792886400, 1792889999, 1792879200, 1792969199}},
+	{"Europe/Berlin", 1792891800, {1792890000, 1792893599, 1792879200, 1792969199}},
+	{"Europe/Berlin", 1792888200, {1792886400, 1792889999, 1792879200, 1792969199}},
 	// 2026-03-08 09:00:01 EDT, a 23-hour day.
 	{"America/New_York", 1772974801, {1772974800, 1772978399, 1772946000, 1773028799}},
 	// 2026-04-05 14:00, the day clocks go back by half an hour: 24.5 hours.
