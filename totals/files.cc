@@ -1,10 +1,116 @@
-// The three totals files of the run-time tree.
-// Not built yet: no file is written.
+// The three totals files of the run-time tree: written in full from the
+// totals slots, or cheaply by replacing only the running period's line and
+// keeping the lines below it from the file on disk.
 #include "totals/totals.h"
 
-void wu_save_hourly_total_full(wu_totals *, int, int) {}
-void wu_save_daily_total_full(wu_totals *, int, int) {}
-void wu_save_monthly_total_full(wu_totals *, int, int) {}
-void wu_save_hourly_total(wu_totals *) {}
-void wu_save_daily_total(wu_totals *) {}
-void wu_save_monthly_total(wu_totals *) {}
+#include "daemon/fs.h"
+#include "daemon/paths.h"
+
+namespace {
+
+constexpr int kept_hours = TOTAL_HOURS - 1; // below the running line
+constexpr int kept_days = TOTAL_DAYS - 1;
+constexpr int kept_months = TOTAL_MONTHS - 1;
+
+void
+totals_path(char *path, size_t size, const char *name)
+{
+	snprintf(path, size, "%s/%s", RUN_ROOT, name);
+}
+
+void
+print_hour(FILE *f, const wu_total_slot &slot)
+{
+	wu_print_hour_line(f, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
+}
+
+void
+print_day(FILE *f, const wu_total_slot &slot)
+{
+	wu_print_day_line(f, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
+}
+
+void
+print_month(FILE *f, const wu_month_slot &slot)
+{
+	wu_print_month_line(f, &slot.start_tm, &slot.end_tm, slot.usage.first >> 10,
+			    slot.usage.second >> 10);
+}
+
+template <typename Slot>
+void
+save_full(const char *name, const Slot *slots, int32_t count, void (*print)(FILE *, const Slot &))
+{
+	char path[256];
+	totals_path(path, sizeof path, name);
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		for (int32_t i = 0; i < count; i++)
+			print(f, slots[i]);
+	});
+}
+
+// Relies on the old file's first line being the running period: when the
+// running period was left out, a closed period's line goes in its place
+// until the next full write.
+template <typename Slot>
+void
+save_cheap(const char *name, const Slot *slots, int32_t count, int kept,
+	   void (*print)(FILE *, const Slot &))
+{
+	char path[256];
+	totals_path(path, sizeof path, name);
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		if (count > 0)
+			print(f, slots[0]);
+		FILE *old = fopen(path, "r");
+		if (old == nullptr)
+			return;
+		char line[256];
+		if (fgets(line, sizeof line, old) != nullptr)
+			copy_lines(f, old, kept);
+		fclose(old);
+	});
+}
+
+const char hourly_name[] = "sw_usage_hourly_total.csv";
+const char daily_name[] = "sw_usage_daily_total.csv";
+const char monthly_name[] = "sw_usage_monthly_total.csv";
+
+} // namespace
+
+void
+wu_save_hourly_total_full(wu_totals *totals, int, int)
+{
+	save_full(hourly_name, totals->hour_totals, totals->hour_count, print_hour);
+}
+
+void
+wu_save_daily_total_full(wu_totals *totals, int, int)
+{
+	save_full(daily_name, totals->day_totals, totals->day_count, print_day);
+}
+
+void
+wu_save_monthly_total_full(wu_totals *totals, int, int)
+{
+	save_full(monthly_name, totals->month_totals, totals->month_count, print_month);
+}
+
+void
+wu_save_hourly_total(wu_totals *totals)
+{
+	save_cheap(hourly_name, totals->hour_totals, totals->hour_count, kept_hours, print_hour);
+}
+
+void
+wu_save_daily_total(wu_totals *totals)
+{
+	save_cheap(daily_name, totals->day_totals, totals->day_count, kept_days, print_day);
+}
+
+void
+wu_save_monthly_total(wu_totals *totals)
+{
+	save_cheap(monthly_name, totals->month_totals, totals->month_count, kept_months,
+		   print_month);
+}

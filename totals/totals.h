@@ -16,6 +16,13 @@ constexpr uint32_t TOTALS_HOURLY_DIRTY = 0x40000000; // an hour closed
 constexpr uint32_t TOTALS_DAILY_DIRTY = 0x20000000;  // a day closed
 constexpr uint32_t TOTALS_MONTHLY_DIRTY = 0x10000000;
 
+// One period of the totals: a full local time, since the running period's
+// keeps its minutes (one instance only, so size does not matter).
+struct wu_total_slot {
+	struct tm start_tm;
+	wu_pair usage;
+};
+
 struct wu_month_slot {
 	struct tm start_tm;
 	struct tm end_tm;
@@ -27,8 +34,8 @@ struct alignas(8) wu_totals {
 	int32_t hour_count;
 	int32_t day_count;
 	int32_t month_count;
-	wu_slot hour_totals[TOTAL_HOURS];
-	wu_slot day_totals[TOTAL_DAYS];
+	wu_total_slot hour_totals[TOTAL_HOURS];
+	wu_total_slot day_totals[TOTAL_DAYS];
 	wu_month_slot month_totals[TOTAL_MONTHS];
 };
 
