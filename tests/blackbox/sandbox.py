@@ -137,19 +137,24 @@ class Sandbox:
 
     def start(self, clock):
         """Starts the daemon at virtual time clock; returns its first Idle
-        report, or raises DaemonExited if it ends before going idle."""
-        if self._proc is not None:
+        report, or raises DaemonExited if it ends before going idle. Once a
+        daemon has ended, another can be started on the same files."""
+        if self._proc is not None and self._proc.poll() is None:
             raise SandboxError("already started")
+        if self._pidfd is not None:
+            os.close(self._pidfd)
+        reports = len(self._reports)
         self.set_clock(clock)
         with open(self._stderr_path, "wb") as err:
             self._proc = subprocess.Popen(
                 self._command(), env=self._host_env(), stdin=subprocess.DEVNULL,
                 stdout=err, stderr=err, close_fds=True)
         self._pidfd = os.pidfd_open(self._proc.pid)
-        self._wait_until(lambda: self._reports or self._exited(), "the first idle report")
-        if not self._reports:
+        self._wait_until(lambda: len(self._reports) > reports or self._exited(),
+                         "the first idle report")
+        if len(self._reports) == reports:
             raise DaemonExited(self._proc.returncode, self.stderr())
-        self.pid = self._reports[0][1]
+        self.pid = self._reports[reports][1]
         self._ns = os.readlink(f"/proc/{self.pid}/ns/pid")
         with open(f"/proc/{self.pid}/stat") as f:
             self._init_pid = int(f.read().rsplit(")", 1)[1].split()[1])
