@@ -36,17 +36,8 @@ take_changed(wu_totals *totals, wu_usage *wu, uint8_t bit, uint32_t dirty)
 struct tm
 month_end(const struct tm &start)
 {
-	struct tm end = start;
-	if (++end.tm_mon == 12) {
-		end.tm_mon = 0;
-		end.tm_year++;
-	}
-	end.tm_mday = 0;
-	end.tm_hour = 23;
-	end.tm_min = 59;
-	end.tm_sec = 59;
-	end.tm_isdst = -1;
-	time_t t = mktime(&end);
+	time_t t = wu_month_end(&start);
+	struct tm end;
 	localtime_r(&t, &end);
 	end.tm_hour = 23;
 	end.tm_min = 59;

@@ -36,6 +36,21 @@ print_ring(FILE *f, const wu_slot *slots, uint32_t size, uint32_t tail, uint32_t
 	}
 }
 
+// A display file: the running period's line, then the head of its history.
+template <typename PrintRunning>
+void
+save_display(const wu_usage *wu, const char *history_name, const char *display_name, int lines,
+	     PrintRunning print_running)
+{
+	char history[256], path[256];
+	wu_vlan_path(history, sizeof history, wu->vlan, history_name);
+	wu_vlan_path(path, sizeof path, wu->vlan, display_name);
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		print_running(f);
+		copy_file_lines(f, history, lines);
+	});
+}
+
 } // namespace
 
 void
@@ -71,43 +86,36 @@ wu_write_daily_history(wu_usage *wu)
 void
 wu_save_hourly(wu_usage *wu)
 {
-	char history[256], path[256];
-	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.hourly");
-	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_hourly.csv");
-	replace_file(TMP_FILE, path, [&](FILE *f) {
-		struct tm tm;
-		localtime_r(&wu->hour_time, &tm);
-		wu_print_hour_line(f, &tm, kib(wu->hour_usage.first), kib(wu->hour_usage.second));
-		copy_file_lines(f, history, hour_history_lines);
-	});
+	save_display(wu, "usage_history.hourly", "sw_usage_hourly.csv", hour_history_lines,
+		     [wu](FILE *f) {
+			     struct tm tm;
+			     localtime_r(&wu->hour_time, &tm);
+			     wu_print_hour_line(f, &tm, kib(wu->hour_usage.first),
+						kib(wu->hour_usage.second));
+		     });
 }
 
 void
 wu_save_daily(wu_usage *wu)
 {
-	char history[256], path[256];
-	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.daily");
-	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_daily.csv");
-	replace_file(TMP_FILE, path, [&](FILE *f) {
-		struct tm tm;
-		localtime_r(&wu->day_time, &tm);
-		wu_print_day_line(f, &tm, kib(wu->day_usage.first), kib(wu->day_usage.second));
-		copy_file_lines(f, history, day_history_lines);
-	});
+	save_display(wu, "usage_history.daily", "sw_usage_daily.csv", day_history_lines,
+		     [wu](FILE *f) {
+			     struct tm tm;
+			     localtime_r(&wu->day_time, &tm);
+			     wu_print_day_line(f, &tm, kib(wu->day_usage.first),
+					       kib(wu->day_usage.second));
+		     });
 }
 
 // The running month ends, as far as the display goes, today.
 void
 wu_save_monthly(wu_usage *wu)
 {
-	char history[256], path[256];
-	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.monthly");
-	wu_vlan_path(path, sizeof path, wu->vlan, "sw_usage_monthly.csv");
-	replace_file(TMP_FILE, path, [&](FILE *f) {
-		struct tm start;
-		localtime_r(&wu->month_start, &start);
-		wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
-				    kib(wu->month_usage.second));
-		copy_file_lines(f, history, month_history_lines);
-	});
+	save_display(wu, "usage_history.monthly", "sw_usage_monthly.csv", month_history_lines,
+		     [wu](FILE *f) {
+			     struct tm start;
+			     localtime_r(&wu->month_start, &start);
+			     wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
+						 kib(wu->month_usage.second));
+		     });
 }

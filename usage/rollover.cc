@@ -31,21 +31,6 @@ month_start_of(struct tm tm)
 	return tm;
 }
 
-// 23:59:59 on the last day of the month of tm: day 0 of the next month.
-time_t
-month_end_of(struct tm tm)
-{
-	if (++tm.tm_mon == 12) {
-		tm.tm_mon = 0;
-		tm.tm_year++;
-	}
-	tm.tm_mday = 0;
-	tm.tm_hour = 23;
-	tm.tm_min = 59;
-	tm.tm_sec = 59;
-	return make_time(tm);
-}
-
 // Lines are parsed and printed again, so one whose dates do not parse or
 // lie before 2009 is dropped on the way.
 void
@@ -109,6 +94,22 @@ drop_future_months(time_t cur_month, const char *history)
 
 } // namespace
 
+// Day 0 of the next month is the last day of this one.
+time_t
+wu_month_end(const struct tm *start)
+{
+	struct tm tm = *start;
+	if (++tm.tm_mon == 12) {
+		tm.tm_mon = 0;
+		tm.tm_year++;
+	}
+	tm.tm_mday = 0;
+	tm.tm_hour = 23;
+	tm.tm_min = 59;
+	tm.tm_sec = 59;
+	return make_time(tm);
+}
+
 time_t
 wu_monthly_rollover(wu_usage *wu)
 {
@@ -121,7 +122,7 @@ wu_monthly_rollover(wu_usage *wu)
 			   start_tm.tm_mon, start_tm.tm_mday, static_cast<int>(wu->month_start));
 		start_tm = month_start_of(start_tm);
 	}
-	time_t month_end = month_end_of(start_tm);
+	time_t month_end = wu_month_end(&start_tm);
 	char history[256];
 	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.monthly");
 

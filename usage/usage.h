@@ -76,6 +76,9 @@ void wu_update_usage(wu_usage *wu, uint64_t first, uint64_t second);
 
 // Period updates, run only while the clock is known to be set.
 time_t wu_monthly_rollover(wu_usage *wu); // the new month_start
+
+// 23:59:59 on the last day of the month of start.
+time_t wu_month_end(const struct tm *start);
 void wu_update_hourly(wu_usage *wu);
 void wu_update_daily(wu_usage *wu);
 void wu_update_monthly(wu_usage *wu);
