@@ -17,6 +17,7 @@ TICK = 30
 TICKS = 25 * 3600 // TICK
 AGENT_INTERVAL = 10  # ticks between two statistics files
 STATS = "/var/run/sflow/stat.bin"
+TOTALS = ["sw_usage_hourly_total.csv", "sw_usage_daily_total.csv", "sw_usage_monthly_total.csv"]
 VLAN_FILES = ["sw_usage_hourly.csv", "sw_usage_daily.csv", "sw_usage_monthly.csv",
               "usage_history.hourly", "usage_history.daily", "usage_history.monthly"]
 
@@ -87,6 +88,13 @@ def main():
         show_tree(sb, "/var/run/ostra/tally_sw_usage/10")
         for name in VLAN_FILES:
             show_file(sb, f"/var/run/ostra/tally_sw_usage/10/10/sw_vlan/{name}")
+        clients = "/var/run/ostra/tally_sw_usage/10/10/sw_client"
+        for period, name in (("hourly", "2026-11-21-23.csv"), ("daily", "2026-11-21.csv"),
+                             ("monthly", "2026-11-01.csv")):
+            show_file(sb, f"{clients}/sw_client_usage_{period}/{name}", head=4)
+        for name in TOTALS:
+            show_file(sb, f"/var/run/ostra/tally_sw_usage/{name}", head=4)
+        show_tree(sb, "/tmp/tally_sw_usage/10")
         print(f"\nexit status after SIGTERM: {status}")
 
 
