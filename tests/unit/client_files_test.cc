@@ -114,17 +114,6 @@ TEST_F(ClientFiles, APeriodWithoutListedClientsKeepsAnOlderFile)
 	EXPECT_EQ(access(tmp().c_str(), F_OK), -1);
 }
 
-TEST_F(ClientFiles, ClosingAPeriodDropsUsageButKeepsBaselines)
-{
-	traffic("10.0.0.1", 0x0c, 0, 4096, 0);
-	client_usage_close_period(hourly());
-	write();
-	EXPECT_EQ(read_file(file("hourly", "2020-09-13-12.csv")), "(absent)");
-	add_client_usage(hourly(), "10.0.0.1", 2000 + 4096 + 2048, 2000, 0x0c, 0, 1);
-	write();
-	EXPECT_EQ(read_file(file("hourly", "2020-09-13-12.csv")), "10.0.0.1,2,0,00:00:00:00:00:0C,0\n");
-}
-
 TEST_F(ClientFiles, WithoutATemporaryFileNothingIsWritten)
 {
 	traffic("10.0.0.1", 0x0c, 0, 4096, 0);
