@@ -96,3 +96,14 @@ def rollover_logs(sb):
     """The texts of the monthly rollover's log messages so far."""
     return [text for _, ident, text in sb.logs()
             if ident == "tally" and text.startswith("wu_monthly_rollover()")]
+
+
+def shown(histories, running):
+    """The six files of a VLAN as vlan_files() reads them, from the texts of
+    the hourly, daily and monthly histories (None where never written) and
+    the running hour's, day's and month's lines, each display file being
+    its running line over its history."""
+    files = dict(zip(VLAN_FILES[:3], histories))
+    files.update((name, line + (history or ""))
+                 for name, line, history in zip(VLAN_FILES[3:], running, histories))
+    return files
