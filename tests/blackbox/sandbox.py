@@ -58,15 +58,18 @@ class DaemonExited(SandboxError):
 
 class Sandbox:
     """One daemon run. emulator is None or an argv prefix such as
-    ["qemu-mips", "-L", "/usr/mips-linux-gnu"]; timeout bounds every wait."""
+    ["qemu-mips", "-L", "/usr/mips-linux-gnu"]; wrapper is None or the argv
+    prefix of a host tool that runs a native daemon in its own process, such
+    as ["valgrind", "--error-exitcode=99"]; timeout bounds every wait."""
 
-    def __init__(self, daemon, preload, emulator=None, tz="UTC", timeout=None):
+    def __init__(self, daemon, preload, emulator=None, tz="UTC", timeout=None, wrapper=None):
         self.daemon = os.path.realpath(daemon)
         self.preload = os.path.realpath(preload)
         self.emulator = list(emulator) if emulator else []
+        self.wrapper = list(wrapper) if wrapper else []
         self.tz = tz
-        self.timeout = timeout or (60 if self.emulator else 10)
-        self.pid = None  # the daemon's pid (the emulator's under qemu), host view
+        self.timeout = timeout or (60 if self.emulator or self.wrapper else 10)
+        self.pid = None  # the daemon's pid (the emulator's or wrapper's process), host view
         self._proc = None
         self._pidfd = None
         self._ns = None
@@ -285,6 +288,19 @@ class Sandbox:
             for k, v in preload_env.items():
                 emu += ["-E", f"{k}={v}"]
             return cmd + ["--", *emu, self.daemon]
+        if self.wrapper:
+            # The preload drops LD_PRELOAD from the environment of any process
+            # that loads it, the wrapper's own included, so the daemon's
+            # dynamic loader is the wrapper's program and takes the preload
+            # as an option.
+            headers = subprocess.run(["readelf", "-l", self.daemon], capture_output=True,
+                                     text=True, check=True).stdout
+            loader = re.search(r"program interpreter: (.*)\]", headers)[1]
+            for k, v in preload_env.items():
+                if k != "LD_PRELOAD":
+                    cmd += ["--setenv", k, v]
+            tool = [shutil.which(self.wrapper[0]) or self.wrapper[0], *self.wrapper[1:]]
+            return cmd + ["--", *tool, loader, "--preload", self.preload, self.daemon]
         for k, v in preload_env.items():
             cmd += ["--setenv", k, v]
         return cmd + ["--", self.daemon]
