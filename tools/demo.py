@@ -9,7 +9,7 @@ import subprocess
 import sys
 import tempfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "tests", "blackbox"))
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "sandbox"))
 from sandbox import Sandbox  # noqa: E402
 
 START = 1795215600  # Fri 2026-11-20 23:00:00 UTC: the day closes on the way

@@ -7,10 +7,12 @@ Run as: python3 -m pytest tests/blackbox --daemon BUILD/tally
 
 import os
 import subprocess
+import sys
 
 import pytest
 
-from sandbox import Sandbox
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "tools", "sandbox"))
+from sandbox import Sandbox  # noqa: E402
 
 
 def pytest_addoption(parser):
