@@ -71,6 +71,29 @@ class Traffic:
         os.replace(host + ".new", host)
 
 
+def plant_backup(sb, vlan, **texts):
+    """A backup tree holding the VLAN, with tally.<period>.csv for each
+    period=text given."""
+    d = sb.path(f"/tmp/tally_sw_usage/{vlan % 100}/{vlan}/sw_vlan")
+    os.makedirs(d)
+    for period, text in texts.items():
+        with open(f"{d}/tally.{period}.csv", "w") as f:
+            f.write(text)
+
+
+def period_files(sb, pattern):
+    """{period: text} of the hourly, daily and monthly files named by
+    pattern with the period in place of {}; a missing file reads as None."""
+    found = {}
+    for period in ("hourly", "daily", "monthly"):
+        try:
+            with open(sb.path(pattern.format(period))) as f:
+                found[period] = f.read()
+        except FileNotFoundError:
+            found[period] = None
+    return found
+
+
 def vlan_file(sb, vlan, name):
     with open(sb.path(f"{vlan_dir(vlan)}/{name}")) as f:
         return f.read()
