@@ -78,9 +78,8 @@ make_time(struct tm *tm)
 FILE *
 open_backup(int vlan, const char *name)
 {
-	char dir[128], path[256];
-	snprintf(dir, sizeof dir, BACKUP_VLAN_DIR, vlan % 100, vlan);
-	snprintf(path, sizeof path, "%s/%s", dir, name);
+	char path[256];
+	wu_vlan_file(path, sizeof path, BACKUP_VLAN_DIR, vlan, name);
 	return fopen(path, "r");
 }
 

@@ -8,14 +8,6 @@
 
 namespace {
 
-void
-backup_path(char *path, size_t size, int vlan, const char *name)
-{
-	char dir[128];
-	snprintf(dir, sizeof dir, BACKUP_VLAN_DIR, vlan % 100, vlan);
-	snprintf(path, size, "%s/%s", dir, name);
-}
-
 // The same lines as the history files, with whole byte counts.
 void
 write_hour_line(FILE *f, const struct tm *start_tm, wu_pair usage)
@@ -49,7 +41,7 @@ int
 replace_backup(const wu_usage *wu, const char *name, void (*fill)(FILE *, const wu_usage *))
 {
 	char path[256];
-	backup_path(path, sizeof path, wu->vlan, name);
+	wu_vlan_file(path, sizeof path, BACKUP_VLAN_DIR, wu->vlan, name);
 	return replace_file(TMP_FILE, path, [&](FILE *f) { fill(f, wu); }) ? 0 : -1;
 }
 

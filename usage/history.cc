@@ -54,11 +54,17 @@ save_display(const wu_usage *wu, const char *history_name, const char *display_n
 } // namespace
 
 void
-wu_vlan_path(char *path, size_t size, int vlan, const char *name)
+wu_vlan_file(char *path, size_t size, const char *dir_pattern, int vlan, const char *name)
 {
 	char dir[128];
-	snprintf(dir, sizeof dir, RUN_VLAN_DIR, vlan % 100, vlan);
+	snprintf(dir, sizeof dir, dir_pattern, vlan % 100, vlan);
 	snprintf(path, size, "%s/%s", dir, name);
+}
+
+void
+wu_vlan_path(char *path, size_t size, int vlan, const char *name)
+{
+	wu_vlan_file(path, size, RUN_VLAN_DIR, vlan, name);
 }
 
 void
