@@ -7,7 +7,8 @@
 // before it, and a ring stops taking lines when it is full.
 #include "backup/backup.h"
 
-#include "daemon/paths.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -79,7 +80,7 @@ FILE *
 open_backup(int vlan, const char *name)
 {
 	char path[256];
-	wu_vlan_file(path, sizeof path, BACKUP_VLAN_DIR, vlan, name);
+	layout_vlan_path(path, sizeof path, BACKUP_ROOT, vlan, VLAN_DIR, name);
 	return fopen(path, "r");
 }
 
@@ -149,10 +150,10 @@ day_slots(wu_usage *wu)
 	return wu->day_slots;
 }
 
-const ring_file hourly_file = {"tally.hourly.csv", "%Y-%m-%d-%H", false, &wu_usage::hour_time,
+const ring_file hourly_file = {HOURLY_BACKUP, "%Y-%m-%d-%H", false, &wu_usage::hour_time,
 			       &wu_usage::hour_usage, hour_slots, WU_HOUR_SLOTS,
 			       &wu_usage::hour_tail, &wu_usage::hour_head, wu_write_hourly_history};
-const ring_file daily_file = {"tally.daily.csv", "%Y-%m-%d", true, &wu_usage::day_time,
+const ring_file daily_file = {DAILY_BACKUP, "%Y-%m-%d", true, &wu_usage::day_time,
 			      &wu_usage::day_usage, day_slots, WU_DAY_SLOTS,
 			      &wu_usage::day_tail, &wu_usage::day_head, wu_write_daily_history};
 
@@ -161,7 +162,7 @@ const ring_file daily_file = {"tally.daily.csv", "%Y-%m-%d", true, &wu_usage::da
 void
 restore_months(wu_usage *wu)
 {
-	FILE *f = open_backup(wu->vlan, "tally.monthly.csv");
+	FILE *f = open_backup(wu->vlan, MONTHLY_BACKUP);
 	if (f == nullptr)
 		return;
 	parsed w = {};
@@ -174,7 +175,7 @@ restore_months(wu_usage *wu)
 		w.previous = w.start;
 	}
 	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.monthly");
+	wu_vlan_path(path, sizeof path, wu->vlan, MONTHLY_HISTORY);
 	FILE *history = fopen(path, "w");
 	if (history == nullptr) {
 		fclose(f);

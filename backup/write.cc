@@ -3,8 +3,9 @@
 // tree that the configuration save persists across reboots.
 #include "backup/backup.h"
 
-#include "daemon/fs.h"
-#include "daemon/paths.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 namespace {
 
@@ -41,7 +42,7 @@ int
 replace_backup(const wu_usage *wu, const char *name, void (*fill)(FILE *, const wu_usage *))
 {
 	char path[256];
-	wu_vlan_file(path, sizeof path, BACKUP_VLAN_DIR, wu->vlan, name);
+	layout_vlan_path(path, sizeof path, BACKUP_ROOT, wu->vlan, VLAN_DIR, name);
 	return replace_file(TMP_FILE, path, [&](FILE *f) { fill(f, wu); }) ? 0 : -1;
 }
 
@@ -50,7 +51,7 @@ replace_backup(const wu_usage *wu, const char *name, void (*fill)(FILE *, const 
 int
 create_backup_hourly(wu_usage *wu)
 {
-	return replace_backup(wu, "tally.hourly.csv", [](FILE *f, const wu_usage *w) {
+	return replace_backup(wu, HOURLY_BACKUP, [](FILE *f, const wu_usage *w) {
 		struct tm tm;
 		localtime_r(&w->hour_time, &tm);
 		write_hour_line(f, &tm, w->hour_usage);
@@ -61,7 +62,7 @@ create_backup_hourly(wu_usage *wu)
 int
 create_backup_daily(wu_usage *wu)
 {
-	return replace_backup(wu, "tally.daily.csv", [](FILE *f, const wu_usage *w) {
+	return replace_backup(wu, DAILY_BACKUP, [](FILE *f, const wu_usage *w) {
 		struct tm tm;
 		localtime_r(&w->day_time, &tm);
 		write_period_line(f, &tm, nullptr, w->day_usage);
@@ -77,14 +78,14 @@ create_backup_daily(wu_usage *wu)
 int
 create_backup_monthly(wu_usage *wu)
 {
-	return replace_backup(wu, "tally.monthly.csv", [](FILE *f, const wu_usage *w) {
+	return replace_backup(wu, MONTHLY_BACKUP, [](FILE *f, const wu_usage *w) {
 		struct tm start, end;
 		localtime_r(&w->month_start, &start);
 		localtime_r(&w->update_time, &end);
 		write_period_line(f, &start, &end, w->month_usage);
 
 		char history[256];
-		wu_vlan_path(history, sizeof history, w->vlan, "usage_history.monthly");
+		wu_vlan_path(history, sizeof history, w->vlan, MONTHLY_HISTORY);
 		FILE *in = fopen(history, "r");
 		if (in == nullptr)
 			return;

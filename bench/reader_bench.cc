@@ -5,7 +5,8 @@
 // Usage: tally-bench-reader [DIR]  (DIR receives the generated statistics
 // file and a client file tree; default: the current directory)
 #include "client/client.h"
-#include "daemon/fs.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
 #include "daemon/registry.h"
 
 #include <algorithm>

@@ -156,6 +156,10 @@ void get_hour(const struct tm *in, struct tm *out);
 void get_day(const struct tm *in, struct tm *out);
 void get_month(struct tm *in, struct tm *out);
 
+// The file of a period that begins at start: its date, "%Y-%m-%d-%H" for
+// hours and "%Y-%m-%d" otherwise, and ".csv".
+void client_file_name(char *name, size_t size, uint32_t period, const struct tm *start);
+
 // Closes the table's period when start begins a new one.
 void client_usage_fixup(client_usage_table *table, int vlan, time_t start);
 

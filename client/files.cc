@@ -3,7 +3,8 @@
 // close of a table's period when the clock has moved into a new one.
 #include "client/client.h"
 
-#include "daemon/paths.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 #include "daemon/registry.h"
 
 #include <cstdio>
@@ -14,12 +15,6 @@ namespace {
 
 constexpr int dir_limits[3] = {24, 32, 60}; // files kept: hours, days, months
 constexpr int name_list_flag = 2;
-
-const char *
-name_format(uint32_t period)
-{
-	return period == CLIENT_HOURLY ? "%Y-%m-%d-%H" : "%Y-%m-%d";
-}
 
 // Start of the period of the table's kind that contains tm; false for a
 // period of no known kind.
@@ -58,10 +53,9 @@ write_table(const client_usage_table *t, const char *root, int vlan, const char 
 	struct tm local, start;
 	localtime_r(&t->update_time, &local);
 	period_start_of(t->period, &local, &start);
-	char name[16], path[256];
-	strftime(name, sizeof name, name_format(t->period), &start);
-	snprintf(path, sizeof path, "/%s/%d/%d/%s/%s.csv", root, vlan % 100, vlan,
-		 sw_usage_dir[t->period], name);
+	char name[32], path[256];
+	client_file_name(name, sizeof name, t->period, &start);
+	layout_vlan_path(path, sizeof path, root, vlan, sw_usage_dir[t->period], name);
 
 	FILE *f = fopen(tmp, "w");
 	if (f == nullptr)
@@ -92,8 +86,7 @@ client_usage_write_files_under(sw_vlan_entry *vlans, const char *root, const cha
 	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
 		for (uint32_t p = CLIENT_HOURLY; p <= CLIENT_MONTHLY; p++) {
 			char dir[256];
-			snprintf(dir, sizeof dir, "/%s/%d/%d/%s", root, e->vlan % 100, e->vlan,
-				 sw_usage_dir[p]);
+			layout_vlan_path(dir, sizeof dir, root, e->vlan, sw_usage_dir[p]);
 			client_usage_dir_limit(dir, static_cast<int>(p), dir_limits[p], name_list_flag);
 		}
 		for (const client_usage_table &t : e->clients->tables)
@@ -115,16 +108,15 @@ client_usage_fixup(client_usage_table *table, int vlan, time_t start)
 	localtime_r(&table->update_time, &updated);
 	if (!period_start_of(table->period, &updated, &updated_start))
 		return;
-	char name[16];
-	strftime(name, sizeof name, name_format(table->period), &start_tm);
+	char name[32];
+	client_file_name(name, sizeof name, table->period, &start_tm);
 	updated_start.tm_isdst = -1;
 	if (mktime(&updated_start) == start)
 		return;
 
 	client_usage_close_period(table);
 	char path[256];
-	snprintf(path, sizeof path, "%s/%d/%d/%s/%s.csv", RUN_ROOT, vlan % 100, vlan,
-		 sw_usage_dir[table->period], name);
+	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, sw_usage_dir[table->period], name);
 	FILE *f = fopen(path, "r");
 	if (f == nullptr)
 		return;

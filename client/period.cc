@@ -1,6 +1,8 @@
 // Client periods: their starts in local time, and closing a table's period.
 #include "client/client.h"
 
+#include <cstdio>
+
 namespace {
 
 // Through mktime and back, with daylight saving decided afresh.
@@ -28,6 +30,14 @@ get_day(const struct tm *in, struct tm *out)
 {
 	get_hour(in, out);
 	out->tm_hour = 0;
+}
+
+void
+client_file_name(char *name, size_t size, uint32_t period, const struct tm *start)
+{
+	char date[16];
+	strftime(date, sizeof date, period == CLIENT_HOURLY ? "%Y-%m-%d-%H" : "%Y-%m-%d", start);
+	snprintf(name, size, "%s.csv", date);
 }
 
 // Normalises in in place, as callers rely on.

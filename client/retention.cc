@@ -3,7 +3,7 @@
 #include "client/client.h"
 
 #include "client/strutils.h"
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -8,7 +8,7 @@
 // not hold completely is short, and so is every one after it.
 #include "client/client.h"
 
-#include "daemon/paths.h"
+#include "daemon/base/paths.h"
 #include "daemon/registry.h"
 
 #include <cstdio>

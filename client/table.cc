@@ -10,8 +10,8 @@
 // buckets of the files' order.
 #include "client/client.h"
 
-#include "daemon/paths.h"
-#include "daemon/registry.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -412,11 +412,10 @@ read_client_backup_usage(const struct tm *when, client_usage_table *table, int p
 {
 	if (static_cast<unsigned>(period) > CLIENT_MONTHLY)
 		return;
-	char name[16], path[256];
-	strftime(name, sizeof name, period == CLIENT_HOURLY ? "%Y-%m-%d-%H" : "%Y-%m-%d", when);
+	char name[32], path[256];
+	client_file_name(name, sizeof name, static_cast<uint32_t>(period), when);
 	int vlan = static_cast<int>(table->vlan);
-	snprintf(path, sizeof path, "%s/%d/%d/%s/%s.csv", BACKUP_ROOT, vlan % 100, vlan,
-		 sw_usage_dir[period], name);
+	layout_vlan_path(path, sizeof path, BACKUP_ROOT, vlan, sw_usage_dir[period], name);
 	FILE *f = fopen(path, "r");
 	if (f == nullptr)
 		return;

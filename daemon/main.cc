@@ -1,9 +1,9 @@
 // tally: start-up, signal handlers, the 30-second tick and the backup
 // cadence. All work runs in the main loop; handlers only set flags.
-#include "daemon/clock.h"
-#include "daemon/fs.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/clock.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 #include "daemon/registry.h"
 
 #include <csignal>

@@ -3,20 +3,15 @@
 #include "daemon/registry.h"
 
 #include "backup/backup.h"
-#include "daemon/fs.h"
-#include "daemon/paths.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <unistd.h>
-
-const char *const sw_usage_dir[3] = {
-	"sw_client/sw_client_usage_hourly",
-	"sw_client/sw_client_usage_daily",
-	"sw_client/sw_client_usage_monthly",
-};
 
 namespace {
 
@@ -33,12 +28,6 @@ struct client_backup_file {
 };
 
 client_backup_file client_backup_list;
-
-int
-bucket_of(int vlan)
-{
-	return vlan % 100;
-}
 
 bool
 is_dot_or_dotdot(const char *name)
@@ -60,16 +49,17 @@ restore_client_tables(client_usage_set *clients)
 }
 
 // Only the client files are copied: the VLAN's own history files are
-// regenerated from its restored record on the first tick.
+// regenerated from its restored record on the first tick. The platform's
+// copy has always been given these paths with a doubled leading slash.
 void
 copy_client_backup(int vlan)
 {
 	for (const char *dir : sw_usage_dir) {
 		char source[256], target[256], command[1024];
-		snprintf(source, sizeof source, "/%s/%d/%d/%s", BACKUP_ROOT, bucket_of(vlan), vlan, dir);
-		snprintf(target, sizeof target, "/%s/%d/%d/%s", RUN_ROOT, bucket_of(vlan), vlan, dir);
+		layout_vlan_path(source, sizeof source, BACKUP_ROOT, vlan, dir);
+		layout_vlan_path(target, sizeof target, RUN_ROOT, vlan, dir);
 		(void)recursive_mkdir(target);
-		snprintf(command, sizeof command, "cp -r %s/* %s/", source, target);
+		snprintf(command, sizeof command, "cp -r /%s/* /%s/", source, target);
 		(void)system(command);
 	}
 }
@@ -114,7 +104,7 @@ restore_backup_tree(sw_usage_registry *registry, DIR *root)
 		if (is_dot_or_dotdot(de->d_name))
 			continue;
 		char path[256];
-		if (snprintf(path, sizeof path, "%s/%s", BACKUP_ROOT, de->d_name) >= (int)sizeof path)
+		if (!layout_root_path(path, sizeof path, BACKUP_ROOT, de->d_name))
 			continue; // a cut name would open some other directory
 		DIR *bucket = opendir(path);
 		if (bucket == nullptr)
@@ -350,12 +340,12 @@ void
 create_vlan_run_dirs(int vlan)
 {
 	char path[256];
-	snprintf(path, sizeof path, RUN_VLAN_DIR, bucket_of(vlan), vlan);
+	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, VLAN_DIR);
 	(void)recursive_mkdir(path);
-	snprintf(path, sizeof path, RUN_CLIENT_DIR, bucket_of(vlan), vlan);
+	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, CLIENT_DIR);
 	(void)recursive_mkdir(path);
 	for (const char *dir : sw_usage_dir) {
-		snprintf(path, sizeof path, "%s/%d/%d/%s", RUN_ROOT, bucket_of(vlan), vlan, dir);
+		layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, dir);
 		(void)recursive_mkdir(path);
 	}
 }
@@ -365,8 +355,8 @@ wan_usage_create_backup_dir_ex(int, int kind, int vlan)
 {
 	constexpr int client_kind = 4;
 	char path[128];
-	snprintf(path, sizeof path, kind == client_kind ? BACKUP_CLIENT_DIR : BACKUP_VLAN_DIR,
-		 bucket_of(vlan), vlan);
+	layout_vlan_path(path, sizeof path, BACKUP_ROOT, vlan,
+			 kind == client_kind ? CLIENT_DIR : VLAN_DIR);
 	return recursive_mkdir(path);
 }
 
@@ -377,8 +367,8 @@ int
 backup_client_dirs(int vlan)
 {
 	char source[256], target[256], command[1024];
-	snprintf(source, sizeof source, RUN_CLIENT_DIR, bucket_of(vlan), vlan);
-	snprintf(target, sizeof target, BACKUP_CLIENT_DIR, bucket_of(vlan), vlan);
+	layout_vlan_path(source, sizeof source, RUN_ROOT, vlan, CLIENT_DIR);
+	layout_vlan_path(target, sizeof target, BACKUP_ROOT, vlan, CLIENT_DIR);
 	snprintf(command, sizeof command, "cp -r %s/ %s/", source, target);
 	int status = 0;
 	for (int i = 0; i < 3; i++)

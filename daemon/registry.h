@@ -31,9 +31,6 @@ struct sw_usage_registry {
 	sw_vlan_entry **vlan_pages[VLAN_PAGES];
 };
 
-// Client sub-directories of a VLAN, indexed by client_period.
-extern const char *const sw_usage_dir[3];
-
 // Builds the registry from the backup tree and recreates the run-time tree;
 // the backup tree is consumed. Null only when the registry itself cannot be
 // allocated.

@@ -3,20 +3,15 @@
 // keeping the lines below it from the file on disk.
 #include "totals/totals.h"
 
-#include "daemon/fs.h"
-#include "daemon/paths.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 namespace {
 
 constexpr int kept_hours = TOTAL_HOURS - 1; // below the running line
 constexpr int kept_days = TOTAL_DAYS - 1;
 constexpr int kept_months = TOTAL_MONTHS - 1;
-
-void
-totals_path(char *path, size_t size, const char *name)
-{
-	snprintf(path, size, "%s/%s", RUN_ROOT, name);
-}
 
 void
 print_hour(FILE *f, const wu_total_slot &slot)
@@ -42,7 +37,7 @@ void
 save_full(const char *name, const Slot *slots, int32_t count, void (*print)(FILE *, const Slot &))
 {
 	char path[256];
-	totals_path(path, sizeof path, name);
+	layout_root_path(path, sizeof path, RUN_ROOT, name);
 	replace_file(TMP_FILE, path, [&](FILE *f) {
 		for (int32_t i = 0; i < count; i++)
 			print(f, slots[i]);
@@ -58,7 +53,7 @@ save_cheap(const char *name, const Slot *slots, int32_t count, int kept,
 	   void (*print)(FILE *, const Slot &))
 {
 	char path[256];
-	totals_path(path, sizeof path, name);
+	layout_root_path(path, sizeof path, RUN_ROOT, name);
 	replace_file(TMP_FILE, path, [&](FILE *f) {
 		if (count > 0)
 			print(f, slots[0]);
@@ -72,45 +67,41 @@ save_cheap(const char *name, const Slot *slots, int32_t count, int kept,
 	});
 }
 
-const char hourly_name[] = "sw_usage_hourly_total.csv";
-const char daily_name[] = "sw_usage_daily_total.csv";
-const char monthly_name[] = "sw_usage_monthly_total.csv";
-
 } // namespace
 
 void
 wu_save_hourly_total_full(wu_totals *totals, int, int)
 {
-	save_full(hourly_name, totals->hour_totals, totals->hour_count, print_hour);
+	save_full(HOURLY_TOTALS, totals->hour_totals, totals->hour_count, print_hour);
 }
 
 void
 wu_save_daily_total_full(wu_totals *totals, int, int)
 {
-	save_full(daily_name, totals->day_totals, totals->day_count, print_day);
+	save_full(DAILY_TOTALS, totals->day_totals, totals->day_count, print_day);
 }
 
 void
 wu_save_monthly_total_full(wu_totals *totals, int, int)
 {
-	save_full(monthly_name, totals->month_totals, totals->month_count, print_month);
+	save_full(MONTHLY_TOTALS, totals->month_totals, totals->month_count, print_month);
 }
 
 void
 wu_save_hourly_total(wu_totals *totals)
 {
-	save_cheap(hourly_name, totals->hour_totals, totals->hour_count, kept_hours, print_hour);
+	save_cheap(HOURLY_TOTALS, totals->hour_totals, totals->hour_count, kept_hours, print_hour);
 }
 
 void
 wu_save_daily_total(wu_totals *totals)
 {
-	save_cheap(daily_name, totals->day_totals, totals->day_count, kept_days, print_day);
+	save_cheap(DAILY_TOTALS, totals->day_totals, totals->day_count, kept_days, print_day);
 }
 
 void
 wu_save_monthly_total(wu_totals *totals)
 {
-	save_cheap(monthly_name, totals->month_totals, totals->month_count, kept_months,
+	save_cheap(MONTHLY_TOTALS, totals->month_totals, totals->month_count, kept_months,
 		   print_month);
 }

@@ -4,6 +4,8 @@
 // same periods.
 #include "totals/totals.h"
 
+#include "daemon/base/layout.h"
+
 #include <cstring>
 
 namespace {
@@ -53,7 +55,7 @@ uint32_t
 fold_history_months(wu_totals *totals, const wu_usage *wu)
 {
 	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.monthly");
+	wu_vlan_path(path, sizeof path, wu->vlan, MONTHLY_HISTORY);
 	FILE *f = fopen(path, "r");
 	uint32_t m = 1;
 	if (f == nullptr)

@@ -3,8 +3,9 @@
 // of each history.
 #include "usage/usage.h"
 
-#include "daemon/fs.h"
-#include "daemon/paths.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/paths.h"
 
 namespace {
 
@@ -54,24 +55,16 @@ save_display(const wu_usage *wu, const char *history_name, const char *display_n
 } // namespace
 
 void
-wu_vlan_file(char *path, size_t size, const char *dir_pattern, int vlan, const char *name)
-{
-	char dir[128];
-	snprintf(dir, sizeof dir, dir_pattern, vlan % 100, vlan);
-	snprintf(path, size, "%s/%s", dir, name);
-}
-
-void
 wu_vlan_path(char *path, size_t size, int vlan, const char *name)
 {
-	wu_vlan_file(path, size, RUN_VLAN_DIR, vlan, name);
+	layout_vlan_path(path, size, RUN_ROOT, vlan, VLAN_DIR, name);
 }
 
 void
 wu_write_hourly_history(wu_usage *wu)
 {
 	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.hourly");
+	wu_vlan_path(path, sizeof path, wu->vlan, HOURLY_HISTORY);
 	replace_file(TMP_FILE, path, [wu](FILE *f) {
 		print_ring(f, wu->hour_slots, WU_HOUR_SLOTS, wu->hour_tail, wu->hour_head,
 			   hour_history_lines, wu_print_hour_line);
@@ -82,7 +75,7 @@ void
 wu_write_daily_history(wu_usage *wu)
 {
 	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, "usage_history.daily");
+	wu_vlan_path(path, sizeof path, wu->vlan, DAILY_HISTORY);
 	replace_file(TMP_FILE, path, [wu](FILE *f) {
 		print_ring(f, wu->day_slots, WU_DAY_SLOTS, wu->day_tail, wu->day_head,
 			   day_history_lines, wu_print_day_line);
@@ -92,7 +85,7 @@ wu_write_daily_history(wu_usage *wu)
 void
 wu_save_hourly(wu_usage *wu)
 {
-	save_display(wu, "usage_history.hourly", "sw_usage_hourly.csv", hour_history_lines,
+	save_display(wu, HOURLY_HISTORY, HOURLY_DISPLAY, hour_history_lines,
 		     [wu](FILE *f) {
 			     struct tm tm;
 			     localtime_r(&wu->hour_time, &tm);
@@ -104,7 +97,7 @@ wu_save_hourly(wu_usage *wu)
 void
 wu_save_daily(wu_usage *wu)
 {
-	save_display(wu, "usage_history.daily", "sw_usage_daily.csv", day_history_lines,
+	save_display(wu, DAILY_HISTORY, DAILY_DISPLAY, day_history_lines,
 		     [wu](FILE *f) {
 			     struct tm tm;
 			     localtime_r(&wu->day_time, &tm);
@@ -117,7 +110,7 @@ wu_save_daily(wu_usage *wu)
 void
 wu_save_monthly(wu_usage *wu)
 {
-	save_display(wu, "usage_history.monthly", "sw_usage_monthly.csv", month_history_lines,
+	save_display(wu, MONTHLY_HISTORY, MONTHLY_DISPLAY, month_history_lines,
 		     [wu](FILE *f) {
 			     struct tm start;
 			     localtime_r(&wu->month_start, &start);

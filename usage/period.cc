@@ -3,7 +3,7 @@
 // clock went back, and summing the month from the closed days.
 #include "usage/usage.h"
 
-#include "daemon/clock.h"
+#include "daemon/base/clock.h"
 
 namespace {
 

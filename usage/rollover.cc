@@ -3,9 +3,10 @@
 // the clock has gone back before the running month.
 #include "usage/usage.h"
 
-#include "daemon/fs.h"
-#include "daemon/log.h"
-#include "daemon/paths.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
+#include "daemon/base/log.h"
+#include "daemon/base/paths.h"
 
 namespace {
 
@@ -124,7 +125,7 @@ wu_monthly_rollover(wu_usage *wu)
 	}
 	time_t month_end = wu_month_end(&start_tm);
 	char history[256];
-	wu_vlan_path(history, sizeof history, wu->vlan, "usage_history.monthly");
+	wu_vlan_path(history, sizeof history, wu->vlan, MONTHLY_HISTORY);
 
 	if (month_end < now) {
 		if (wu->month_start != 0)

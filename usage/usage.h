@@ -106,7 +106,5 @@ void wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *en
 void wu_parse_month_line(const char *line, struct tm *start_tm, struct tm *end_tm,
 			 uint64_t *first, uint64_t *second);
 
-// Path of one of a VLAN's files in the run-time tree, or in the directory
-// that dir_pattern makes of the VLAN's bucket and id.
+// Path of one of a VLAN's files in the run-time tree.
 void wu_vlan_path(char *path, size_t size, int vlan, const char *name);
-void wu_vlan_file(char *path, size_t size, const char *dir_pattern, int vlan, const char *name);

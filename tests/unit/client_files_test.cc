@@ -1,7 +1,8 @@
 // Client files: which clients are listed and in what order, and the
 // trimming of client directories. Written under a temporary root.
 #include "client/client.h"
-#include "daemon/fs.h"
+#include "daemon/base/fs.h"
+#include "daemon/base/layout.h"
 #include "daemon/registry.h"
 
 #include <cstdlib>

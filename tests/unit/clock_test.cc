@@ -1,6 +1,6 @@
 // The hour and day bounds of a tick in local time, across daylight-saving
 // changes. Expected values are worked out independently of the code.
-#include "daemon/clock.h"
+#include "daemon/base/clock.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

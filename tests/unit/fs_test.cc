@@ -1,6 +1,6 @@
 // Making and removing directory trees, on the awkward trees a flash file
 // system collects over years.
-#include "daemon/fs.h"
+#include "daemon/base/fs.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The local hour and day the current tick falls in.
-#include "daemon/clock.h"
+#include "daemon/base/clock.h"
 
 tick_bounds tick;
 

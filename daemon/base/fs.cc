@@ -1,5 +1,5 @@
 // Making and removing directory trees.
-#include "daemon/fs.h"
+#include "daemon/base/fs.h"
 
 #include <cstdio>
 #include <cstdlib>

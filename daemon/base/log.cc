@@ -1,5 +1,5 @@
 // The daemon's one logging funnel.
-#include "daemon/log.h"
+#include "daemon/base/log.h"
 
 #include <cerrno>
 #include <cstdarg>

@@ -1,5 +1,6 @@
-// Every file, directory and command line the daemon uses, so its whole
-// footprint on the file system can be read in one place.
+// Every absolute path and command line the daemon uses, so its whole
+// footprint on the file system can be read in one place. The names inside
+// the run-time and backup trees are in layout.h.
 #pragma once
 
 // Platform inputs.
@@ -34,12 +35,6 @@ constexpr const char *OBSOLETE_CLIENT_DIR_COMMANDS[] = {
 // that the configuration-saving command persists across reboots.
 constexpr char RUN_ROOT[] = "/var/run/ostra/tally_sw_usage";
 constexpr char BACKUP_ROOT[] = "/tmp/tally_sw_usage";
-
-// Per-VLAN directories: VLAN id modulo 100, then the VLAN id.
-constexpr char RUN_VLAN_DIR[] = "/var/run/ostra/tally_sw_usage/%d/%d/sw_vlan";
-constexpr char RUN_CLIENT_DIR[] = "/var/run/ostra/tally_sw_usage/%d/%d/sw_client";
-constexpr char BACKUP_VLAN_DIR[] = "/tmp/tally_sw_usage/%d/%d/sw_vlan";
-constexpr char BACKUP_CLIENT_DIR[] = "/tmp/tally_sw_usage/%d/%d/sw_client";
 
 // Every file is written here first and renamed into place.
 constexpr char TMP_FILE[] = "/tmp/tally.tmp";
