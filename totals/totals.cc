@@ -4,6 +4,7 @@
 // same periods.
 #include "totals/totals.h"
 
+#include "daemon/base/clock.h"
 #include "daemon/base/layout.h"
 
 #include <cstring>
@@ -33,12 +34,58 @@ take_changed(wu_totals *totals, wu_usage *wu, uint8_t bit, uint32_t dirty)
 	}
 }
 
+// The totals of a record's hours or days.
+struct total_kind {
+	const wu_period &period;
+	wu_total_slot *(*slots)(wu_totals *totals);
+	int32_t wu_totals::*count;
+	uint32_t size; // the running period and the closed ones taken
+	uint32_t dirty;
+};
+
+wu_total_slot *
+hour_totals(wu_totals *totals)
+{
+	return totals->hour_totals;
+}
+
+wu_total_slot *
+day_totals(wu_totals *totals)
+{
+	return totals->day_totals;
+}
+
+const total_kind hour_kind = {WU_HOURS, hour_totals, &wu_totals::hour_count, TOTAL_HOURS,
+			      TOTALS_HOURLY_DIRTY};
+const total_kind day_kind = {WU_DAYS, day_totals, &wu_totals::day_count, TOTAL_DAYS,
+			     TOTALS_DAILY_DIRTY};
+
+// Slot 0 is the running period, then the closed ones newest first.
+void
+fold_ring(wu_totals *totals, wu_usage *wu, const total_kind &k)
+{
+	const wu_period &p = k.period;
+	if (wu->*p.time == 0)
+		return;
+	wu_total_slot *slots = k.slots(totals);
+	localtime_r(&(wu->*p.time), &slots[0].start_tm);
+	add(&slots[0].usage, wu->*p.usage);
+	uint32_t i = 1;
+	wu_ring_walk(p.ring(wu), [&](uint32_t, const wu_slot &slot) {
+		slots[i].start_tm = wu_start_tm(slot.start_tm);
+		add(&slots[i].usage, slot.usage);
+		return ++i < k.size;
+	});
+	take_changed(totals, wu, p.changed, k.dirty);
+	totals->*k.count = at_least(totals->*k.count, i);
+}
+
 // 23:59:59 on the last day of the month of start, whatever the record's
 // own clock says.
 struct tm
 month_end(const struct tm &start)
 {
-	time_t t = wu_month_end(&start);
+	time_t t = cal_month_end(&start);
 	struct tm end;
 	localtime_r(&t, &end);
 	end.tm_hour = 23;
@@ -84,44 +131,13 @@ wu_totals_clear(wu_totals *totals)
 void
 wu_update_hourly_total(wu_totals *totals, wu_usage *wu, int)
 {
-	if (wu->hour_time == 0)
-		return;
-	localtime_r(&wu->hour_time, &totals->hour_totals[0].start_tm);
-	add(&totals->hour_totals[0].usage, wu->hour_usage);
-	uint32_t i = 1;
-	for (uint32_t k = wu->hour_head; (k % WU_HOUR_SLOTS) != (wu->hour_tail % WU_HOUR_SLOTS) &&
-					 i < TOTAL_HOURS;
-	     i++) {
-		--k;
-		const wu_slot &slot = wu->hour_slots[k % WU_HOUR_SLOTS];
-		totals->hour_totals[i].start_tm = wu_start_tm(slot.start_tm);
-		add(&totals->hour_totals[i].usage, slot.usage);
-	}
-	take_changed(totals, wu, WU_CHANGED_HOUR, TOTALS_HOURLY_DIRTY);
-	totals->hour_count = at_least(totals->hour_count, i);
+	fold_ring(totals, wu, hour_kind);
 }
 
 void
 wu_update_daily_total(wu_totals *totals, wu_usage *wu, int)
 {
-	if (wu->day_time == 0)
-		return;
-	localtime_r(&wu->day_time, &totals->day_totals[0].start_tm);
-	add(&totals->day_totals[0].usage, wu->day_usage);
-	uint32_t j = 1;
-	if (wu->day_head % WU_DAY_SLOTS != wu->day_tail % WU_DAY_SLOTS) {
-		for (; j < TOTAL_DAYS; j++) {
-			uint32_t k = (wu->day_head - j) % WU_DAY_SLOTS;
-			totals->day_totals[j].start_tm = wu_start_tm(wu->day_slots[k].start_tm);
-			add(&totals->day_totals[j].usage, wu->day_slots[k].usage);
-			if (k == wu->day_tail % WU_DAY_SLOTS) {
-				j++;
-				break;
-			}
-		}
-	}
-	take_changed(totals, wu, WU_CHANGED_DAY, TOTALS_DAILY_DIRTY);
-	totals->day_count = at_least(totals->day_count, j);
+	fold_ring(totals, wu, day_kind);
 }
 
 void

@@ -9,9 +9,7 @@
 
 namespace {
 
-constexpr int hour_history_lines = 23; // and 24 in the display file
-constexpr int day_history_lines = 59;  // and 60
-constexpr int month_history_lines = 59;
+constexpr int month_history_lines = 59; // below the running month
 
 uint64_t
 kib(uint64_t bytes)
@@ -19,22 +17,19 @@ kib(uint64_t bytes)
 	return bytes >> 10;
 }
 
-// Newest first, from head - 1 back to tail, at most limit slots.
-template <typename Print>
 void
-print_ring(FILE *f, const wu_slot *slots, uint32_t size, uint32_t tail, uint32_t head, int limit,
-	   Print print)
+write_history(wu_usage *wu, const wu_period &period)
 {
-	uint32_t mask = size - 1;
-	if ((head & mask) == (tail & mask))
-		return;
-	for (uint32_t i = head - 1, n = 0; static_cast<int>(n) < limit; i--, n++) {
-		const wu_slot &slot = slots[i & mask];
-		struct tm tm = wu_start_tm(slot.start_tm);
-		print(f, &tm, kib(slot.usage.first), kib(slot.usage.second));
-		if ((i & mask) == (tail & mask))
-			break;
-	}
+	char path[256];
+	wu_vlan_path(path, sizeof path, wu->vlan, period.history);
+	replace_file(TMP_FILE, path, [&](FILE *f) {
+		int lines = 0;
+		wu_ring_walk(period.ring(wu), [&](uint32_t, const wu_slot &slot) {
+			struct tm tm = wu_start_tm(slot.start_tm);
+			period.print_line(f, &tm, kib(slot.usage.first), kib(slot.usage.second));
+			return ++lines < period.history_lines;
+		});
+	});
 }
 
 // A display file: the running period's line, then the head of its history.
@@ -52,6 +47,18 @@ save_display(const wu_usage *wu, const char *history_name, const char *display_n
 	});
 }
 
+// The running hour keeps its minutes, which its line does not show.
+void
+save_ring_display(const wu_usage *wu, const wu_period &period)
+{
+	save_display(wu, period.history, period.display, period.history_lines, [&](FILE *f) {
+		struct tm tm;
+		localtime_r(&(wu->*period.time), &tm);
+		const wu_pair &usage = wu->*period.usage;
+		period.print_line(f, &tm, kib(usage.first), kib(usage.second));
+	});
+}
+
 } // namespace
 
 void
@@ -63,58 +70,35 @@ wu_vlan_path(char *path, size_t size, int vlan, const char *name)
 void
 wu_write_hourly_history(wu_usage *wu)
 {
-	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, HOURLY_HISTORY);
-	replace_file(TMP_FILE, path, [wu](FILE *f) {
-		print_ring(f, wu->hour_slots, WU_HOUR_SLOTS, wu->hour_tail, wu->hour_head,
-			   hour_history_lines, wu_print_hour_line);
-	});
+	write_history(wu, WU_HOURS);
 }
 
 void
 wu_write_daily_history(wu_usage *wu)
 {
-	char path[256];
-	wu_vlan_path(path, sizeof path, wu->vlan, DAILY_HISTORY);
-	replace_file(TMP_FILE, path, [wu](FILE *f) {
-		print_ring(f, wu->day_slots, WU_DAY_SLOTS, wu->day_tail, wu->day_head,
-			   day_history_lines, wu_print_day_line);
-	});
+	write_history(wu, WU_DAYS);
 }
 
 void
 wu_save_hourly(wu_usage *wu)
 {
-	save_display(wu, HOURLY_HISTORY, HOURLY_DISPLAY, hour_history_lines,
-		     [wu](FILE *f) {
-			     struct tm tm;
-			     localtime_r(&wu->hour_time, &tm);
-			     wu_print_hour_line(f, &tm, kib(wu->hour_usage.first),
-						kib(wu->hour_usage.second));
-		     });
+	save_ring_display(wu, WU_HOURS);
 }
 
 void
 wu_save_daily(wu_usage *wu)
 {
-	save_display(wu, DAILY_HISTORY, DAILY_DISPLAY, day_history_lines,
-		     [wu](FILE *f) {
-			     struct tm tm;
-			     localtime_r(&wu->day_time, &tm);
-			     wu_print_day_line(f, &tm, kib(wu->day_usage.first),
-					       kib(wu->day_usage.second));
-		     });
+	save_ring_display(wu, WU_DAYS);
 }
 
 // The running month ends, as far as the display goes, today.
 void
 wu_save_monthly(wu_usage *wu)
 {
-	save_display(wu, MONTHLY_HISTORY, MONTHLY_DISPLAY, month_history_lines,
-		     [wu](FILE *f) {
-			     struct tm start;
-			     localtime_r(&wu->month_start, &start);
-			     wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
-						 kib(wu->month_usage.second));
-		     });
+	save_display(wu, MONTHLY_HISTORY, MONTHLY_DISPLAY, month_history_lines, [wu](FILE *f) {
+		struct tm start;
+		localtime_r(&wu->month_start, &start);
+		wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
+				    kib(wu->month_usage.second));
+	});
 }

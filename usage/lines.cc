@@ -1,6 +1,8 @@
 // The hour, day and month lines shared by the history, backup and totals
-// files, and the month line parser.
+// files, and the one parser of such lines.
 #include "usage/usage.h"
+
+#include "daemon/base/clock.h"
 
 #include <cctype>
 #include <cerrno>
@@ -17,8 +19,7 @@ bool
 printable(const struct tm *tm)
 {
 	struct tm copy = *tm;
-	copy.tm_isdst = -1;
-	return mktime(&copy) >= first_printable;
+	return local_mktime(&copy) >= first_printable;
 }
 
 void
@@ -51,18 +52,25 @@ parse_kib(const char *p, char **end)
 	return negative ? static_cast<uint32_t>(0 - static_cast<uint32_t>(magnitude)) : magnitude;
 }
 
+// Steps over one separator, unless the line has ended.
+const char *
+skip_one(const char *p)
+{
+	return *p != '\0' ? p + 1 : p;
+}
+
 } // namespace
 
 void
 wu_print_hour_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib)
 {
-	print_period_line(f, tm, "%Y-%m-%d-%H", first_kib, second_kib);
+	print_period_line(f, tm, HOUR_DATE_FORMAT, first_kib, second_kib);
 }
 
 void
 wu_print_day_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib)
 {
-	print_period_line(f, tm, "%Y-%m-%d", first_kib, second_kib);
+	print_period_line(f, tm, DAY_DATE_FORMAT, first_kib, second_kib);
 }
 
 void
@@ -72,36 +80,43 @@ wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
 	if (!printable(start_tm) || !printable(end_tm))
 		return;
 	char start[32], end[32];
-	strftime(start, sizeof start, "%Y-%m-%d", start_tm);
-	strftime(end, sizeof end, "%Y-%m-%d", end_tm);
+	strftime(start, sizeof start, DAY_DATE_FORMAT, start_tm);
+	strftime(end, sizeof end, DAY_DATE_FORMAT, end_tm);
 	fprintf(f, "%s,%s,%llu,%llu\n", start, end, static_cast<unsigned long long>(first_kib),
 		static_cast<unsigned long long>(second_kib));
 }
 
-// A date that does not parse leaves both times all zero, whatever strptime
-// filled in before it gave up, so the line prints as invalid. Nothing past
-// the line's end is read: missing amounts are 0.
+// Whatever strptime filled in before it gave up is cleared, so a line
+// whose date does not parse prints as invalid.
+bool
+wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
+	      wu_amount_reader read_amount, wu_pair *amounts)
+{
+	memset(start, 0, sizeof *start);
+	if (end != nullptr)
+		memset(end, 0, sizeof *end);
+	const char *p = strptime(line, date_format, start);
+	if (p != nullptr && end != nullptr)
+		p = strptime(skip_one(p), date_format, end);
+	if (p == nullptr) {
+		memset(start, 0, sizeof *start);
+		if (end != nullptr)
+			memset(end, 0, sizeof *end);
+		return false;
+	}
+	char *after;
+	amounts->first = read_amount(skip_one(p), &after);
+	amounts->second = read_amount(skip_one(after), &after);
+	return true;
+}
+
 void
 wu_parse_month_line(const char *line, struct tm *start_tm, struct tm *end_tm, uint64_t *first,
 		    uint64_t *second)
 {
-	memset(start_tm, 0, sizeof *start_tm);
-	memset(end_tm, 0, sizeof *end_tm);
-	const char *p = strptime(line, "%Y-%m-%d", start_tm);
-	if (p == nullptr) {
-		memset(start_tm, 0, sizeof *start_tm);
+	wu_pair amounts;
+	if (!wu_parse_line(line, DAY_DATE_FORMAT, start_tm, end_tm, parse_kib, &amounts))
 		return;
-	}
-	p = *p != '\0' ? p + 1 : p;
-	p = strptime(p, "%Y-%m-%d", end_tm);
-	if (p == nullptr) {
-		memset(start_tm, 0, sizeof *start_tm);
-		memset(end_tm, 0, sizeof *end_tm);
-		return;
-	}
-	char *end;
-	p = *p != '\0' ? p + 1 : p;
-	*first = parse_kib(p, &end);
-	p = *end != '\0' ? end + 1 : end;
-	*second = parse_kib(p, &end);
+	*first = amounts.first;
+	*second = amounts.second;
 }

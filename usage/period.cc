@@ -16,64 +16,25 @@ add(wu_pair *to, wu_pair amount)
 	to->second += amount.second;
 }
 
-// One ring of closed periods with its fields in the record.
-struct ring {
-	wu_slot *slots;
-	uint32_t mask;
-	uint32_t *tail;
-	uint32_t *head;
-
-	bool empty() const { return (*head & mask) == (*tail & mask); }
-	wu_slot &at(uint32_t i) const { return slots[i & mask]; }
-
-	// A full ring drops its oldest period: one slot always stays free.
-	void push(const wu_slot &slot)
-	{
-		at(*head) = slot;
-		++*head;
-		if ((*head & mask) == (*tail & mask))
-			++*tail;
-	}
-};
-
-ring
-hours(wu_usage *wu)
+time_t
+current_start(const wu_period &p)
 {
-	return {wu->hour_slots, WU_HOUR_SLOTS - 1, &wu->hour_tail, &wu->hour_head};
+	return p.day ? tick.day_start : tick.hour_start;
 }
 
-ring
-days(wu_usage *wu)
+time_t
+current_end(const wu_period &p)
 {
-	return {wu->day_slots, WU_DAY_SLOTS - 1, &wu->day_tail, &wu->day_head};
+	return p.day ? tick.day_end : tick.hour_end;
 }
-
-// What differs between the hour and the day.
-struct period_kind {
-	ring (*ring_of)(wu_usage *);
-	time_t wu_usage::*time;
-	wu_pair wu_usage::*usage;
-	const time_t *start; // the tick bounds of the current period
-	const time_t *end;
-	bool day;
-	void (*write_history)(wu_usage *);
-	uint8_t changed;
-};
-
-const period_kind hour_kind = {hours, &wu_usage::hour_time, &wu_usage::hour_usage,
-			       &tick.hour_start, &tick.hour_end, false,
-			       wu_write_hourly_history, WU_CHANGED_HOUR};
-const period_kind day_kind = {days, &wu_usage::day_time, &wu_usage::day_usage,
-			      &tick.day_start, &tick.day_end, true,
-			      wu_write_daily_history, WU_CHANGED_DAY};
 
 // Start of the period containing t, as a slot keeps it.
 wu_start
-start_of(time_t t, const period_kind &k)
+start_of(time_t t, const wu_period &p)
 {
 	struct tm tm;
 	localtime_r(&t, &tm);
-	if (k.day)
+	if (p.day)
 		tm.tm_hour = 0;
 	return wu_start_of(&tm);
 }
@@ -82,92 +43,82 @@ time_t
 start_time(const wu_slot &slot)
 {
 	struct tm tm = wu_start_tm(slot.start_tm);
-	return mktime(&tm);
+	return local_mktime(&tm);
 }
 
 time_t
-end_time(const wu_slot &slot, const period_kind &k)
+end_time(const wu_slot &slot, const wu_period &p)
 {
 	struct tm tm = wu_start_tm(slot.start_tm);
-	if (k.day)
+	if (p.day)
 		tm.tm_hour = 23;
 	tm.tm_min = 59;
 	tm.tm_sec = 59;
-	return mktime(&tm);
+	return local_mktime(&tm);
 }
 
 // The whole running period is filed under the period in which it last took
 // traffic; periods skipped while the daemon was stopped get nothing.
 void
-close_period(wu_usage *wu, const period_kind &k)
+close_period(wu_usage *wu, const wu_period &p)
 {
-	k.ring_of(wu).push({wu->*k.usage, start_of(wu->*k.time, k)});
-	wu->*k.usage = {0, 0};
-	k.write_history(wu);
-	wu->changed |= k.changed;
+	wu_ring_push(p.ring(wu), {wu->*p.usage, start_of(wu->*p.time, p)});
+	wu->*p.usage = {0, 0};
+	p.write_history(wu);
+	wu->changed |= p.changed;
 }
 
 // The clock went back before the running period. Periods that start at or
 // after the new clock are dropped, and so is the newest one that started
 // before it; that one's traffic comes back as the running period's only
 // when the clock still lies inside it. The oldest period is never looked
-// at, and a ring of one is simply emptied. Returns false when there was
+// at, so a ring of one is simply emptied. Returns false when there was
 // nothing to undo and the running period is just this tick's traffic.
 bool
-undo_periods(wu_usage *wu, const period_kind &k)
+undo_periods(wu_usage *wu, const wu_period &p)
 {
-	ring r = k.ring_of(wu);
-	wu->*k.usage = {0, 0};
-	if (r.empty()) {
-		wu->*k.usage = wu->delta;
-		wu->*k.time = wu->now;
+	wu_ring r = p.ring(wu);
+	wu->*p.usage = {0, 0};
+	if (wu_ring_empty(r)) {
+		wu->*p.usage = wu->delta;
+		wu->*p.time = wu->now;
 		return false;
 	}
-	uint32_t i = *r.head - 1;
-	if ((i & r.mask) == (*r.tail & r.mask)) {
-		*r.head = i;
-	} else {
-		uint32_t examined;
-		time_t examined_end;
-		for (;;) {
-			examined = i;
-			examined_end = end_time(r.at(i), k);
-			if (start_time(r.at(i)) < wu->now)
-				break;
-			i--;
-			if ((i & r.mask) == (*r.tail & r.mask))
-				break;
-		}
-		*r.head = i;
-		if (wu->now < examined_end)
-			wu->*k.usage = r.at(examined).usage;
-	}
-	k.write_history(wu);
-	wu->changed |= k.changed;
+	uint32_t new_head = *r.head;
+	const wu_slot *examined = nullptr;
+	wu_ring_walk(r, [&](uint32_t i, const wu_slot &slot) {
+		new_head = i;
+		if ((i & r.mask) == (*r.tail & r.mask))
+			return false;
+		examined = &slot;
+		return start_time(slot) >= wu->now;
+	});
+	*r.head = new_head;
+	if (examined != nullptr && wu->now < end_time(*examined, p))
+		wu->*p.usage = examined->usage;
+	p.write_history(wu);
+	wu->changed |= p.changed;
 	return true;
 }
 
 void
-update_period(wu_usage *wu, const period_kind &k)
+update_period(wu_usage *wu, const wu_period &p)
 {
-	time_t t = wu->*k.time;
-	if (t >= first_valid && t < *k.start)
-		close_period(wu, k);
-	else if (t > *k.end && !undo_periods(wu, k))
+	time_t t = wu->*p.time;
+	if (t >= first_valid && t < current_start(p))
+		close_period(wu, p);
+	else if (t > current_end(p) && !undo_periods(wu, p))
 		return;
-	add(&(wu->*k.usage), wu->delta);
-	wu->*k.time = wu->now;
+	add(&(wu->*p.usage), wu->delta);
+	wu->*p.time = wu->now;
 }
 
 time_t
-local_start(time_t t, bool day)
+local_start(time_t t, cal_period period)
 {
 	struct tm tm;
 	localtime_r(&t, &tm);
-	tm.tm_min = 0;
-	tm.tm_sec = 0;
-	if (day)
-		tm.tm_hour = 0;
+	cal_truncate(&tm, period);
 	return mktime_near(&tm, t);
 }
 
@@ -176,13 +127,13 @@ local_start(time_t t, bool day)
 void
 wu_update_hourly(wu_usage *wu)
 {
-	update_period(wu, hour_kind);
+	update_period(wu, WU_HOURS);
 }
 
 void
 wu_update_daily(wu_usage *wu)
 {
-	update_period(wu, day_kind);
+	update_period(wu, WU_DAYS);
 }
 
 // Recomputed from scratch each tick: the closed days that began at or after
@@ -191,16 +142,12 @@ void
 wu_update_monthly(wu_usage *wu)
 {
 	wu->month_usage = {0, 0};
-	ring r = days(wu);
-	if (!r.empty()) {
-		for (uint32_t i = *r.head - 1;; i--) {
-			if (start_time(r.at(i)) < wu->month_start)
-				break;
-			add(&wu->month_usage, r.at(i).usage);
-			if ((i & r.mask) == (*r.tail & r.mask))
-				break;
-		}
-	}
+	wu_ring_walk(WU_DAYS.ring(wu), [wu](uint32_t, const wu_slot &slot) {
+		if (start_time(slot) < wu->month_start)
+			return false;
+		add(&wu->month_usage, slot.usage);
+		return true;
+	});
 	add(&wu->month_usage, wu->day_usage);
 }
 
@@ -222,7 +169,7 @@ wu_time_sync(wu_usage *wu)
 	localtime_r(&wu->now, &wu->now_tm);
 	wu->update_time = wu->now;
 	compute_tick_bounds();
-	wu->hour_time = local_start(wu->now, false);
-	wu->day_time = local_start(wu->now, true);
+	wu->hour_time = local_start(wu->now, CAL_HOUR);
+	wu->day_time = local_start(wu->now, CAL_DAY);
 	wu->time_synced = 1;
 }

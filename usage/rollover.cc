@@ -3,6 +3,7 @@
 // the clock has gone back before the running month.
 #include "usage/usage.h"
 
+#include "daemon/base/clock.h"
 #include "daemon/base/fs.h"
 #include "daemon/base/layout.h"
 #include "daemon/base/log.h"
@@ -12,24 +13,21 @@ namespace {
 
 constexpr int filed_history_lines = 60; // kept below a newly filed month
 
+// Moves tm to 00:00:00 on day 1 of its month and returns that time.
 time_t
-make_time(struct tm tm)
+month_start_of(struct tm *tm)
 {
-	tm.tm_isdst = -1;
-	return mktime(&tm);
+	cal_truncate(tm, CAL_MONTH);
+	time_t t = local_mktime(tm);
+	localtime_r(&t, tm);
+	return t;
 }
 
-// 00:00:00 on day 1 of the month of tm.
-struct tm
-month_start_of(struct tm tm)
+// Whether a history line's month started before cur_month.
+bool
+starts_before(struct tm start, time_t cur_month)
 {
-	tm.tm_mday = 1;
-	tm.tm_hour = 0;
-	tm.tm_min = 0;
-	tm.tm_sec = 0;
-	time_t t = make_time(tm);
-	localtime_r(&t, &tm);
-	return tm;
+	return local_mktime(&start) < cur_month;
 }
 
 // Lines are parsed and printed again, so one whose dates do not parse or
@@ -77,7 +75,7 @@ drop_future_months(time_t cur_month, const char *history)
 		return;
 	}
 	wu_parse_month_line(line, &start, &end, &first, &second);
-	if (make_time(start) < cur_month) {
+	if (starts_before(start, cur_month)) {
 		fclose(old);
 		return;
 	}
@@ -86,7 +84,7 @@ drop_future_months(time_t cur_month, const char *history)
 		while (fgets(line, sizeof line, old) != nullptr) {
 			first = second = 0;
 			wu_parse_month_line(line, &start, &end, &first, &second);
-			if (make_time(start) < cur_month)
+			if (starts_before(start, cur_month))
 				wu_print_month_line(f, &start, &end, first, second);
 		}
 	});
@@ -95,35 +93,20 @@ drop_future_months(time_t cur_month, const char *history)
 
 } // namespace
 
-// Day 0 of the next month is the last day of this one.
-time_t
-wu_month_end(const struct tm *start)
-{
-	struct tm tm = *start;
-	if (++tm.tm_mon == 12) {
-		tm.tm_mon = 0;
-		tm.tm_year++;
-	}
-	tm.tm_mday = 0;
-	tm.tm_hour = 23;
-	tm.tm_min = 59;
-	tm.tm_sec = 59;
-	return make_time(tm);
-}
-
 time_t
 wu_monthly_rollover(wu_usage *wu)
 {
-	time_t now = make_time(wu->now_tm);
+	struct tm now_tm = wu->now_tm;
+	time_t now = local_mktime(&now_tm);
 	struct tm start_tm;
 	localtime_r(&wu->month_start, &start_tm);
 	if (start_tm.tm_mday != 1) {
 		log_notice("wu_monthly_rollover(): start_tm.tm_day not at month start month %d mday %d, "
 			   "wu->month_start %d. fixing...\n",
 			   start_tm.tm_mon, start_tm.tm_mday, static_cast<int>(wu->month_start));
-		start_tm = month_start_of(start_tm);
+		(void)month_start_of(&start_tm);
 	}
-	time_t month_end = wu_month_end(&start_tm);
+	time_t month_end = cal_month_end(&start_tm);
 	char history[256];
 	wu_vlan_path(history, sizeof history, wu->vlan, MONTHLY_HISTORY);
 
@@ -131,16 +114,16 @@ wu_monthly_rollover(wu_usage *wu)
 		if (wu->month_start != 0)
 			file_month(wu, start_tm, month_end, history);
 		wu->changed |= WU_CHANGED_MONTH;
-	} else if (now < make_time(start_tm)) {
-		struct tm now_tm;
+	} else if (now < local_mktime(&start_tm)) {
 		localtime_r(&now, &now_tm);
 		log_notice("wu_monthly_rollover(): > update_monthly_history start_tm:year %d mon %d day "
 			   "%d, _time:year %d mon %d day %d\n",
 			   start_tm.tm_year, start_tm.tm_mon, start_tm.tm_mday, now_tm.tm_year,
 			   now_tm.tm_mon, now_tm.tm_mday);
-		drop_future_months(make_time(month_start_of(now_tm)), history);
+		drop_future_months(month_start_of(&now_tm), history);
 		wu->changed |= WU_CHANGED_MONTH;
 	}
-	wu->month_start = make_time(month_start_of(wu->now_tm));
+	now_tm = wu->now_tm;
+	wu->month_start = month_start_of(&now_tm);
 	return wu->month_start;
 }

@@ -1,7 +1,39 @@
-// A VLAN's usage record: creation and the per-tick clock and traffic.
+// A VLAN's usage record: creation, the per-tick clock and traffic, and the
+// rings of closed hours and days.
 #include "usage/usage.h"
 
+#include "daemon/base/clock.h"
+#include "daemon/base/layout.h"
+
 #include <cstdlib>
+
+namespace {
+
+constexpr int hour_history_lines = 23; // and the running hour: 24 display lines
+constexpr int day_history_lines = 59;  // and 60
+
+wu_ring
+hour_ring(wu_usage *wu)
+{
+	return {wu->hour_slots, WU_HOUR_SLOTS - 1, &wu->hour_tail, &wu->hour_head};
+}
+
+wu_ring
+day_ring(wu_usage *wu)
+{
+	return {wu->day_slots, WU_DAY_SLOTS - 1, &wu->day_tail, &wu->day_head};
+}
+
+} // namespace
+
+const wu_period WU_HOURS = {hour_ring, &wu_usage::hour_time, &wu_usage::hour_usage, false,
+			    HOUR_DATE_FORMAT, wu_print_hour_line, HOURLY_HISTORY,
+			    HOURLY_DISPLAY, hour_history_lines, wu_write_hourly_history,
+			    HOURLY_BACKUP, WU_CHANGED_HOUR};
+const wu_period WU_DAYS = {day_ring, &wu_usage::day_time, &wu_usage::day_usage, true,
+			   DAY_DATE_FORMAT, wu_print_day_line, DAILY_HISTORY,
+			   DAILY_DISPLAY, day_history_lines, wu_write_daily_history,
+			   DAILY_BACKUP, WU_CHANGED_DAY};
 
 wu_usage *
 wu_new()
@@ -26,6 +58,31 @@ wu_start_tm(wu_start start)
 	tm.tm_hour = start.hour;
 	tm.tm_isdst = -1;
 	return tm;
+}
+
+bool
+wu_ring_empty(const wu_ring &r)
+{
+	return (*r.head & r.mask) == (*r.tail & r.mask);
+}
+
+void
+wu_ring_push(const wu_ring &r, const wu_slot &slot)
+{
+	r.slots[*r.head & r.mask] = slot;
+	++*r.head;
+	if (wu_ring_empty(r))
+		++*r.tail;
+}
+
+bool
+wu_ring_push_oldest(const wu_ring &r, const wu_slot &slot)
+{
+	if (((*r.tail - 1) & r.mask) == (*r.head & r.mask))
+		return false;
+	--*r.tail;
+	r.slots[*r.tail & r.mask] = slot;
+	return true;
 }
 
 void

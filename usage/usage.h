@@ -65,6 +65,56 @@ struct wu_usage {
 	uint8_t changed;
 };
 
+// One ring of closed periods of a record. The live periods are tail to
+// head - 1, head - 1 the newest; the ring is empty when head and tail meet.
+struct wu_ring {
+	wu_slot *slots;
+	uint32_t mask; // slot count - 1
+	uint32_t *tail;
+	uint32_t *head;
+};
+
+bool wu_ring_empty(const wu_ring &r);
+
+// Files a period as the newest; a full ring drops its oldest, since one
+// slot always stays free.
+void wu_ring_push(const wu_ring &r, const wu_slot &slot);
+
+// Files a period as the oldest; false when the ring is full.
+bool wu_ring_push_oldest(const wu_ring &r, const wu_slot &slot);
+
+// Visits the periods newest first, from head - 1 back to tail, each with
+// its free-running index, for as long as visit returns true.
+template <typename Visit>
+void
+wu_ring_walk(const wu_ring &r, Visit visit)
+{
+	for (uint32_t i = *r.head; (i & r.mask) != (*r.tail & r.mask);) {
+		--i;
+		if (!visit(i, r.slots[i & r.mask]))
+			return;
+	}
+}
+
+// What differs between a record's hours and its days.
+struct wu_period {
+	wu_ring (*ring)(wu_usage *wu);
+	time_t wu_usage::*time; // when the running period last took traffic
+	wu_pair wu_usage::*usage;
+	bool day;
+	const char *date_format;
+	void (*print_line)(FILE *f, const struct tm *tm, uint64_t first, uint64_t second);
+	const char *history; // the ring's file in the run-time tree
+	const char *display;
+	int history_lines; // ring periods in history and display files
+	void (*write_history)(wu_usage *wu);
+	const char *backup;
+	uint8_t changed;
+};
+
+extern const wu_period WU_HOURS;
+extern const wu_period WU_DAYS;
+
 // A zero-filled record, or null when memory is exhausted.
 wu_usage *wu_new();
 
@@ -76,9 +126,6 @@ void wu_update_usage(wu_usage *wu, uint64_t first, uint64_t second);
 
 // Period updates, run only while the clock is known to be set.
 time_t wu_monthly_rollover(wu_usage *wu); // the new month_start
-
-// 23:59:59 on the last day of the month of start.
-time_t wu_month_end(const struct tm *start);
 void wu_update_hourly(wu_usage *wu);
 void wu_update_daily(wu_usage *wu);
 void wu_update_monthly(wu_usage *wu);
@@ -87,8 +134,8 @@ void update_wu_usage_time_after_time_sync(wu_usage *wu);
 // The clock-sync step, once per record; the tick bounds follow the clock.
 void wu_time_sync(wu_usage *wu);
 
-// History files of the run-time tree: the rings' files when they change,
-// the display files every tick.
+// History files of the run-time tree: a ring's file when it changes, the
+// display files every tick.
 void wu_write_hourly_history(wu_usage *wu);
 void wu_write_daily_history(wu_usage *wu);
 void wu_save_hourly(wu_usage *wu);
@@ -102,7 +149,18 @@ void wu_print_day_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_
 void wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
 			 uint64_t first_kib, uint64_t second_kib);
 
-// Reads a month line; amounts stay in KiB, saturated at 4294967295.
+// Reads an amount at text, as strtoull does; end is set behind it.
+using wu_amount_reader = uint64_t (*)(const char *text, char **end);
+
+// Reads a line of a history or backup file: a date in date_format (and a
+// second one when end is not null), then two amounts. A date that does not
+// parse leaves both dates all zero and the amounts as they were, and
+// returns false. Nothing past the line's end is read: missing amounts are 0.
+bool wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
+		   wu_amount_reader read_amount, wu_pair *amounts);
+
+// Reads a month line of the run-time history; amounts stay in KiB,
+// saturated at 4294967295 as the appliance's 32-bit strtoul has them.
 void wu_parse_month_line(const char *line, struct tm *start_tm, struct tm *end_tm,
 			 uint64_t *first, uint64_t *second);
 

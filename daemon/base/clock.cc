@@ -1,4 +1,5 @@
-// The local hour and day the current tick falls in.
+// The local hour and day the current tick falls in, and the calendar
+// helpers every module converts with.
 #include "daemon/base/clock.h"
 
 tick_bounds tick;
@@ -9,14 +10,54 @@ compute_tick_bounds()
 	compute_tick_bounds_at(time(nullptr));
 }
 
+const char *
+cal_date_format(cal_period period)
+{
+	return period == CAL_HOUR ? HOUR_DATE_FORMAT : DAY_DATE_FORMAT;
+}
+
+void
+cal_truncate(struct tm *tm, cal_period period)
+{
+	tm->tm_sec = 0;
+	tm->tm_min = 0;
+	if (period == CAL_HOUR)
+		return;
+	tm->tm_hour = 0;
+	if (period == CAL_MONTH)
+		tm->tm_mday = 1;
+}
+
+time_t
+local_mktime(struct tm *tm)
+{
+	tm->tm_isdst = -1;
+	return mktime(tm);
+}
+
 time_t
 mktime_near(struct tm *tm, time_t near)
 {
 	struct tm guide;
 	localtime_r(&near, &guide);
 	(void)mktime(&guide);
-	tm->tm_isdst = -1;
-	return mktime(tm);
+	return local_mktime(tm);
+}
+
+// Day 0 of the next month is the last day of this one.
+time_t
+cal_month_end(const struct tm *start)
+{
+	struct tm tm = *start;
+	if (++tm.tm_mon == 12) {
+		tm.tm_mon = 0;
+		tm.tm_year++;
+	}
+	tm.tm_mday = 0;
+	tm.tm_hour = 23;
+	tm.tm_min = 59;
+	tm.tm_sec = 59;
+	return local_mktime(&tm);
 }
 
 // One tm is reused on purpose: each mktime normalises it before the next
@@ -29,17 +70,14 @@ compute_tick_bounds_at(time_t t)
 	struct tm tm;
 	localtime_r(&t, &tm);
 
-	tm.tm_min = 0;
-	tm.tm_sec = 0;
+	cal_truncate(&tm, CAL_HOUR);
 	tick.hour_start = mktime_near(&tm, t);
 
 	tm.tm_min = 59;
 	tm.tm_sec = 59;
 	tick.hour_end = mktime_near(&tm, t);
 
-	tm.tm_hour = 0;
-	tm.tm_min = 0;
-	tm.tm_sec = 0;
+	cal_truncate(&tm, CAL_DAY);
 	tick.day_start = mktime_near(&tm, t);
 
 	tm.tm_hour = 23;

@@ -1,7 +1,9 @@
-// The local hour and day the current tick falls in, shared by every usage
-// record of the tick.
+// Local calendar work shared by every module: the hour and day the current
+// tick falls in, the start of an hour, day or month, and conversions that
+// leave daylight saving to the C library.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
 struct tick_bounds {
@@ -19,8 +21,31 @@ void compute_tick_bounds();
 // Recomputes tick for clock value t.
 void compute_tick_bounds_at(time_t t);
 
-// mktime with daylight saving decided afresh (tm_isdst -1). A local time
-// that occurs twice when the clocks go back resolves to the occurrence in
-// the same offset as clock value near: the C library takes the offset of
-// its previous conversion as its guess, so that conversion is made first.
+// Calendar periods, numbered as the client tables number theirs.
+enum cal_period : uint32_t {
+	CAL_HOUR = 0,
+	CAL_DAY = 1,
+	CAL_MONTH = 2,
+};
+
+// How periods are named in every file: hours with their hour, days and
+// months by their (first) day.
+constexpr char HOUR_DATE_FORMAT[] = "%Y-%m-%d-%H";
+constexpr char DAY_DATE_FORMAT[] = "%Y-%m-%d";
+
+const char *cal_date_format(cal_period period);
+
+// Cuts tm's fields to the start of its hour, day or month; no conversion.
+void cal_truncate(struct tm *tm, cal_period period);
+
+// mktime with daylight saving decided afresh (tm_isdst -1); normalises tm.
+time_t local_mktime(struct tm *tm);
+
+// The same, where a local time that occurs twice when the clocks go back
+// resolves to the occurrence in the same offset as clock value near: the C
+// library takes the offset of its previous conversion as its guess, so
+// that conversion is made first.
 time_t mktime_near(struct tm *tm, time_t near);
+
+// 23:59:59 on the last day of the month of start.
+time_t cal_month_end(const struct tm *start);
