@@ -4,10 +4,11 @@
 //
 // Usage: tally-bench-reader [DIR]  (DIR receives the generated statistics
 // file and a client file tree; default: the current directory)
-#include "client/client.h"
+#include "client/internal.h"
 #include "daemon/base/fs.h"
 #include "daemon/base/layout.h"
-#include "daemon/registry.h"
+#include "tests/support/sflow_encode.h"
+#include "tests/support/vlans.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -90,20 +91,13 @@ run(const std::string &dir, int records)
 	std::string tmp = dir + "/bench-client.tmp";
 	std::vector<uint8_t> file = build_file(records);
 
-	size_t heap_sets = heap_in_use();
-	std::vector<client_usage_set *> sets;
-	for (int v = 1; v <= vlan_count; v++)
-		sets.push_back(client_usage_set_new(v));
-	double idle_tables = static_cast<double>(heap_in_use() - heap_sets) / vlan_count;
-	for (client_usage_set *set : sets)
-		client_usage_set_free(set);
-
+	auto *vlans = new test_vlans;
 	size_t heap_before = heap_in_use();
-	sw_usage_registry *registry = tally_sw_registry_new();
 	for (int v = 1; v <= vlan_count; v++)
-		if (tally_sw_vlan_add(registry, v) == nullptr)
+		if (vlans->find_or_add(v) == nullptr)
 			return 1;
 	size_t heap_idle = heap_in_use();
+	double idle_tables = static_cast<double>(heap_idle - heap_before) / vlan_count;
 	for (int v = 1; v <= vlan_count; v++) {
 		for (const char *sub : sw_usage_dir) {
 			char client_dir[512];
@@ -121,11 +115,11 @@ run(const std::string &dir, int records)
 			return 1;
 		}
 		double t0 = seconds_now();
-		client_usage_read_stats_file(registry, start + 30 * tick, path.c_str());
+		vlans->read_stats(path.c_str(), start + 30 * tick);
 		times.push_back(seconds_now() - t0);
 		heap_peak = std::max(heap_peak, heap_in_use());
 		t0 = seconds_now();
-		client_usage_write_files_under(registry->vlans, tree.c_str(), tmp.c_str());
+		vlans->write_files(tree.c_str(), tmp.c_str());
 		write_times.push_back(seconds_now() - t0);
 	}
 	remove(path.c_str());
@@ -135,17 +129,16 @@ run(const std::string &dir, int records)
 	double median = times[times.size() / 2];
 	double write_median = write_times[write_times.size() / 2];
 
-	double idle_vlan = static_cast<double>(heap_idle - heap_before) / vlan_count;
 	// Entry pool, hash heads and allocator overhead, per entry of each of
 	// the three tables.
 	double per_entry = static_cast<double>(heap_peak - heap_idle) / (3.0 * records);
 	printf("%7d records %4d VLANs | read %8.3f ms %6.3f us/record | client files %8.3f ms | "
-	       "heap %7.0f KiB | idle VLAN %5.0f B, its client tables %4.0f B | "
+	       "heap %7.0f KiB | idle VLAN's client tables %4.0f B | "
 	       "client entry %5.1f B/table | file read per tick %6.0f KiB\n",
 	       records, vlan_count, median * 1e3, median * 1e6 / records, write_median * 1e3,
-	       static_cast<double>(heap_peak - heap_before) / 1024, idle_vlan, idle_tables,
+	       static_cast<double>(heap_peak - heap_before) / 1024, idle_tables,
 	       per_entry, static_cast<double>(file.size()) / 1024);
-	tally_sw_registry_free(registry);
+	delete vlans;
 	return 0;
 }
 

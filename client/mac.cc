@@ -1,5 +1,5 @@
 // MAC addresses as the client files and the client key carry them.
-#include "client/client.h"
+#include "client/internal.h"
 
 #include <climits>
 #include <cstdint>

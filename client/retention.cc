@@ -1,6 +1,6 @@
 // Trimming a client directory before its files are written: files dated in
 // the future go once the clock is known, and only the newest are kept.
-#include "client/client.h"
+#include "client/internal.h"
 
 #include "client/strutils.h"
 #include "daemon/base/paths.h"
@@ -53,16 +53,13 @@ drop_future(const char *dir, int period, iplist *list)
 {
 	if (access(CLOCK_MARKER, R_OK) != 0)
 		return;
-	const char *format = period == CLIENT_HOURLY ? "%Y-%m-%d-%H"
-			     : period == CLIENT_DAILY || period == CLIENT_MONTHLY ? "%Y-%m-%d"
-			     : nullptr;
-	if (format == nullptr)
+	if (static_cast<unsigned>(period) > CLIENT_MONTHLY)
 		return;
 	time_t t = time(nullptr);
 	struct tm tm;
 	localtime_r(&t, &tm);
 	char now[32];
-	strftime(now, sizeof now, format, &tm);
+	strftime(now, sizeof now, cal_date_format(static_cast<cal_period>(period)), &tm);
 	while (list->count > 0 && strcmp(list->ip[0], now) > 0) {
 		delete_named(dir, list->ip[0]);
 		(void)remove_iplist(list, list->ip[0]);

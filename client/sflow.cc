@@ -1,6 +1,6 @@
 // Decoding the sFlow agent's statistics file. The appliance writes it
 // big-endian; every field is assembled from bytes so any host reads it alike.
-#include "client/client.h"
+#include "client/sflow.h"
 
 namespace {
 

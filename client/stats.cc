@@ -6,12 +6,9 @@
 // the agent may rewrite or shrink the file at any moment, which a mapping
 // would answer with SIGBUS. A record or descriptor that the snapshot does
 // not hold completely is short, and so is every one after it.
-#include "client/client.h"
+#include "client/internal.h"
+#include "client/sflow.h"
 
-#include "daemon/base/paths.h"
-#include "daemon/registry.h"
-
-#include <cstdio>
 #include <cstdlib>
 #include <sys/stat.h>
 
@@ -54,39 +51,6 @@ holds(const snapshot &s, uint64_t offset, uint64_t length)
 	return offset + length <= s.size;
 }
 
-void
-clear_tick_sums(sw_vlan_entry *vlans)
-{
-	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
-		e->clients->tables[CLIENT_HOURLY].tick_first = 0;
-		e->clients->tables[CLIENT_HOURLY].tick_second = 0;
-		e->tick_bytes[0] = 0;
-		e->tick_bytes[1] = 0;
-	}
-}
-
-// Each table closes its period when the clock has left it.
-void
-fix_up_periods(sw_vlan_entry *vlans, time_t now)
-{
-	struct tm local, start;
-	localtime_r(&now, &local);
-	time_t starts[3];
-	get_hour(&local, &start);
-	start.tm_isdst = -1;
-	starts[CLIENT_HOURLY] = mktime(&start);
-	get_day(&local, &start);
-	start.tm_isdst = -1;
-	starts[CLIENT_DAILY] = mktime(&start);
-	get_month(&local, &start);
-	start.tm_isdst = -1;
-	starts[CLIENT_MONTHLY] = mktime(&start);
-
-	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next)
-		for (uint32_t p = CLIENT_HOURLY; p <= CLIENT_MONTHLY; p++)
-			client_usage_fixup(&e->clients->tables[p], e->vlan, starts[p]);
-}
-
 uint64_t
 mac_number(const uint8_t mac[6])
 {
@@ -94,19 +58,6 @@ mac_number(const uint8_t mac[6])
 	for (int i = 0; i < 6; i++)
 		value = value << 8 | mac[i];
 	return value;
-}
-
-// The record's VLAN, made on first sight; null when memory ran out.
-sw_vlan_entry *
-vlan_of(sw_usage_registry *registry, int vlan)
-{
-	sw_vlan_entry *entry = tally_sw_vlan_find(registry, vlan);
-	if (entry != nullptr)
-		return entry;
-	entry = tally_sw_vlan_add(registry, vlan);
-	if (entry != nullptr)
-		create_vlan_run_dirs(vlan);
-	return entry;
 }
 
 // The hourly table's prev_time takes its own previous update_time at the
@@ -125,7 +76,7 @@ add_record(client_usage_set *clients, const sflow_record &r, uint64_t mac, time_
 
 // Returns false when the rest of the file is short.
 bool
-read_host(sw_usage_registry *registry, snapshot &s, uint64_t index, time_t now)
+read_host(snapshot &s, uint64_t index, time_t now, client_vlan_lookup lookup)
 {
 	uint64_t at = SFLOW_HEADER_SIZE + index * SFLOW_HOST_SIZE;
 	if (!holds(s, at, SFLOW_HOST_SIZE))
@@ -140,43 +91,40 @@ read_host(sw_usage_registry *registry, snapshot &s, uint64_t index, time_t now)
 		sflow_record r = sflow_decode_record(s.data + offset);
 		if (r.valid == 0)
 			continue;
-		sw_vlan_entry *vlan = vlan_of(registry, r.vlan);
-		if (vlan == nullptr)
+		client_usage_set *clients = lookup.find_or_add(lookup.context, r.vlan);
+		if (clients == nullptr)
 			break;
-		add_record(vlan->clients, r, mac, now);
+		add_record(clients, r, mac, now);
 	}
 	return true;
 }
 
 } // namespace
 
-void
-client_usage_read_stats(sw_usage_registry *registry, time_t now)
+bool
+client_stats_open(client_stats *stats, const char *path)
 {
-	client_usage_read_stats_file(registry, now, STATS_FILE);
+	stats->file = fopen(path, "rb");
+	return stats->file != nullptr;
 }
 
-// A missing file leaves the tick sums as the previous read left them, so
-// the usage records take that traffic once more: long-standing behaviour
-// that the management interface's figures are known by.
 void
-client_usage_read_stats_file(sw_usage_registry *registry, time_t now, const char *path)
+client_stats_read(client_stats *stats, const client_tick &tick, client_vlan_lookup lookup)
 {
-	FILE *f = fopen(path, "rb");
-	if (f == nullptr)
-		return;
-	clear_tick_sums(registry->vlans);
-	fix_up_periods(registry->vlans, now);
-
-	snapshot s = read_whole(f);
-	fclose(f);
+	snapshot s = read_whole(stats->file);
 	s.record_budget = s.size / SFLOW_RECORD_SIZE;
 	if (holds(s, 0, SFLOW_HEADER_SIZE)) {
 		sflow_header h = sflow_decode_header(s.data);
 		if (h.magic == SFLOW_MAGIC)
 			for (uint64_t i = 0; i < h.host_count; i++)
-				if (!read_host(registry, s, i, now))
+				if (!read_host(s, i, tick.now, lookup))
 					break;
 	}
 	free(s.data);
+}
+
+void
+client_stats_close(client_stats *stats)
+{
+	fclose(stats->file);
 }

@@ -6,6 +6,7 @@
 #include "daemon/base/fs.h"
 #include "daemon/base/layout.h"
 #include "daemon/base/paths.h"
+#include "daemon/base/vlan_dirs.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,91 +29,6 @@ struct client_backup_file {
 };
 
 client_backup_file client_backup_list;
-
-bool
-is_dot_or_dotdot(const char *name)
-{
-	return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
-}
-
-// The backup tree's client files of the current hour, day and month.
-void
-restore_client_tables(client_usage_set *clients)
-{
-	time_t t = time(nullptr);
-	struct tm tm;
-	localtime_r(&t, &tm);
-	read_client_backup_usage(&tm, &clients->tables[CLIENT_HOURLY], CLIENT_HOURLY, 1);
-	read_client_backup_usage(&tm, &clients->tables[CLIENT_DAILY], CLIENT_DAILY, 1);
-	tm.tm_mday = 1;
-	read_client_backup_usage(&tm, &clients->tables[CLIENT_MONTHLY], CLIENT_MONTHLY, 1);
-}
-
-// Only the client files are copied: the VLAN's own history files are
-// regenerated from its restored record on the first tick. The platform's
-// copy has always been given these paths with a doubled leading slash.
-void
-copy_client_backup(int vlan)
-{
-	for (const char *dir : sw_usage_dir) {
-		char source[256], target[256], command[1024];
-		layout_vlan_path(source, sizeof source, BACKUP_ROOT, vlan, dir);
-		layout_vlan_path(target, sizeof target, RUN_ROOT, vlan, dir);
-		(void)recursive_mkdir(target);
-		snprintf(command, sizeof command, "cp -r /%s/* /%s/", source, target);
-		(void)system(command);
-	}
-}
-
-// Returns false when memory ran out, which abandons the rest of the bucket.
-bool
-restore_vlan(sw_usage_registry *registry, const char *name)
-{
-	// Range-checked before narrowing, so a name beyond 32 bits is skipped
-	// alike where long is 32 and where it is 64 bits wide.
-	long id = strtol(name, nullptr, 10);
-	if (id < min_vlan || id > max_vlan)
-		return true;
-	int vlan = static_cast<int>(id);
-	sw_vlan_entry *entry = tally_sw_vlan_add(registry, vlan);
-	if (entry == nullptr)
-		return false;
-	create_vlan_run_dirs(vlan);
-	restore_client_tables(entry->clients);
-	read_backup_ex(entry->usage, 0, 0, vlan);
-	copy_client_backup(vlan);
-	return true;
-}
-
-// Bucket names are not checked; a VLAN found under two buckets gets two
-// entries.
-void
-restore_bucket(sw_usage_registry *registry, DIR *bucket)
-{
-	while (const struct dirent *de = readdir(bucket)) {
-		if (is_dot_or_dotdot(de->d_name))
-			continue;
-		if (!restore_vlan(registry, de->d_name))
-			return;
-	}
-}
-
-void
-restore_backup_tree(sw_usage_registry *registry, DIR *root)
-{
-	while (const struct dirent *de = readdir(root)) {
-		if (is_dot_or_dotdot(de->d_name))
-			continue;
-		char path[256];
-		if (!layout_root_path(path, sizeof path, BACKUP_ROOT, de->d_name))
-			continue; // a cut name would open some other directory
-		DIR *bucket = opendir(path);
-		if (bucket == nullptr)
-			continue;
-		restore_bucket(registry, bucket);
-		closedir(bucket);
-	}
-}
 
 unsigned
 page_of(int vlan)
@@ -147,6 +63,159 @@ index_vlan(sw_usage_registry *registry, sw_vlan_entry *entry)
 	if (page[slot_of(entry->vlan)] == nullptr)
 		page[slot_of(entry->vlan)] = entry;
 	return true;
+}
+
+// A new VLAN entry with its usage record and client tables, appended at the
+// tail of the list; null when memory is exhausted.
+sw_vlan_entry *
+vlan_add(sw_usage_registry *registry, int vlan)
+{
+	auto *entry = static_cast<sw_vlan_entry *>(calloc(1, sizeof(sw_vlan_entry)));
+	if (entry == nullptr)
+		return nullptr;
+	entry->vlan = vlan;
+	entry->clients = client_usage_set_new(vlan);
+	entry->usage = wu_new();
+	if (entry->clients == nullptr || entry->usage == nullptr || !index_vlan(registry, entry)) {
+		client_usage_set_free(entry->clients);
+		free(entry->usage);
+		free(entry);
+		return nullptr;
+	}
+	entry->usage->vlan = vlan;
+	sw_vlan_entry *vlans = registry->vlans;
+	entry->next = vlans;
+	entry->prev = vlans->prev;
+	vlans->prev->next = entry;
+	vlans->prev = entry;
+	return entry;
+}
+
+// The first entry of the list with this VLAN number, or null.
+sw_vlan_entry *
+vlan_find(const sw_usage_registry *registry, int vlan)
+{
+	if (!indexable(vlan))
+		return nullptr;
+	sw_vlan_entry *const *page = registry->vlan_pages[page_of(vlan)];
+	return page == nullptr ? nullptr : page[slot_of(vlan)];
+}
+
+sw_usage_registry *
+registry_new()
+{
+	auto *registry = static_cast<sw_usage_registry *>(calloc(1, sizeof(sw_usage_registry)));
+	if (registry == nullptr)
+		return nullptr;
+	auto *sentinel = static_cast<sw_vlan_entry *>(calloc(1, sizeof(sw_vlan_entry)));
+	if (sentinel == nullptr) {
+		free(registry);
+		return nullptr;
+	}
+	sentinel->next = sentinel->prev = sentinel;
+	registry->vlans = sentinel;
+	return registry;
+}
+
+bool
+is_dot_or_dotdot(const char *name)
+{
+	return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// Returns false when memory ran out, which abandons the rest of the bucket.
+bool
+restore_vlan(sw_usage_registry *registry, const char *name)
+{
+	// Range-checked before narrowing, so a name beyond 32 bits is skipped
+	// alike where long is 32 and where it is 64 bits wide.
+	long id = strtol(name, nullptr, 10);
+	if (id < min_vlan || id > max_vlan)
+		return true;
+	int vlan = static_cast<int>(id);
+	sw_vlan_entry *entry = vlan_add(registry, vlan);
+	if (entry == nullptr)
+		return false;
+	create_vlan_run_dirs(vlan);
+	client_usage_restore(entry->clients, time(nullptr));
+	read_backup_ex(entry->usage, 0, 0, vlan);
+	restore_client_dirs(vlan);
+	return true;
+}
+
+// Bucket names are not checked; a VLAN found under two buckets gets two
+// entries.
+void
+restore_bucket(sw_usage_registry *registry, DIR *bucket)
+{
+	while (const struct dirent *de = readdir(bucket)) {
+		if (is_dot_or_dotdot(de->d_name))
+			continue;
+		if (!restore_vlan(registry, de->d_name))
+			return;
+	}
+}
+
+void
+restore_backup_tree(sw_usage_registry *registry, DIR *root)
+{
+	while (const struct dirent *de = readdir(root)) {
+		if (is_dot_or_dotdot(de->d_name))
+			continue;
+		char path[256];
+		if (!layout_root_path(path, sizeof path, BACKUP_ROOT, de->d_name))
+			continue; // a cut name would open some other directory
+		DIR *bucket = opendir(path);
+		if (bucket == nullptr)
+			continue;
+		restore_bucket(registry, bucket);
+		closedir(bucket);
+	}
+}
+
+// A VLAN met for the first time in the statistics is made there and then.
+client_usage_set *
+vlan_clients(void *context, int vlan)
+{
+	auto *registry = static_cast<sw_usage_registry *>(context);
+	sw_vlan_entry *entry = vlan_find(registry, vlan);
+	if (entry == nullptr) {
+		entry = vlan_add(registry, vlan);
+		if (entry == nullptr)
+			return nullptr;
+		create_vlan_run_dirs(vlan);
+	}
+	return entry->clients;
+}
+
+// A missing file leaves the tick sums as the previous read left them, so
+// the usage records take that traffic once more: long-standing behaviour
+// that the management interface's figures are known by.
+void
+read_statistics(sw_usage_registry *registry)
+{
+	client_stats stats;
+	if (!client_stats_open(&stats, STATS_FILE))
+		return;
+	client_tick tick = client_tick_at(registry->now);
+	sw_vlan_entry *vlans = registry->vlans;
+	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
+		e->tick_bytes[0] = 0;
+		e->tick_bytes[1] = 0;
+		client_usage_start_tick(e->clients, e->vlan, tick);
+	}
+	client_stats_read(&stats, tick, {vlan_clients, registry});
+	client_stats_close(&stats);
+}
+
+void
+take_tick_traffic(sw_vlan_entry *vlans, time_t now)
+{
+	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
+		const client_usage_table &hourly = e->clients->tables[CLIENT_HOURLY];
+		wu_update_time(e->usage, now);
+		wu_update_usage(e->usage, hourly.tick_first, hourly.tick_second);
+	}
 }
 
 void
@@ -205,78 +274,23 @@ save_totals(wu_totals *totals, int clock_set)
 	flags &= ~(TOTALS_HOURLY_DIRTY | TOTALS_DAILY_DIRTY | TOTALS_MONTHLY_DIRTY);
 }
 
-} // namespace
-
-sw_vlan_entry *
-tally_sw_vlan_add(sw_usage_registry *registry, int vlan)
-{
-	auto *entry = static_cast<sw_vlan_entry *>(calloc(1, sizeof(sw_vlan_entry)));
-	if (entry == nullptr)
-		return nullptr;
-	entry->vlan = vlan;
-	entry->clients = client_usage_set_new(vlan);
-	entry->usage = wu_new();
-	if (entry->clients == nullptr || entry->usage == nullptr || !index_vlan(registry, entry)) {
-		client_usage_set_free(entry->clients);
-		free(entry->usage);
-		free(entry);
-		return nullptr;
-	}
-	entry->usage->vlan = vlan;
-	sw_vlan_entry *vlans = registry->vlans;
-	entry->next = vlans;
-	entry->prev = vlans->prev;
-	vlans->prev->next = entry;
-	vlans->prev = entry;
-	return entry;
-}
-
-sw_vlan_entry *
-tally_sw_vlan_find(const sw_usage_registry *registry, int vlan)
-{
-	if (!indexable(vlan))
-		return nullptr;
-	sw_vlan_entry *const *page = registry->vlan_pages[page_of(vlan)];
-	return page == nullptr ? nullptr : page[slot_of(vlan)];
-}
-
-sw_usage_registry *
-tally_sw_registry_new()
-{
-	auto *registry = static_cast<sw_usage_registry *>(calloc(1, sizeof(sw_usage_registry)));
-	if (registry == nullptr)
-		return nullptr;
-	auto *sentinel = static_cast<sw_vlan_entry *>(calloc(1, sizeof(sw_vlan_entry)));
-	if (sentinel == nullptr) {
-		free(registry);
-		return nullptr;
-	}
-	sentinel->next = sentinel->prev = sentinel;
-	registry->vlans = sentinel;
-	return registry;
-}
-
+// The client file writer stops for the tick at the first VLAN whose
+// temporary file cannot be made.
 void
-tally_sw_registry_free(sw_usage_registry *registry)
+write_client_files(sw_vlan_entry *vlans)
 {
-	sw_vlan_entry *vlans = registry->vlans;
-	for (sw_vlan_entry *e = vlans->next, *next; e != vlans; e = next) {
-		next = e->next;
-		client_usage_set_free(e->clients);
-		free(e->usage);
-		free(e);
-	}
-	for (sw_vlan_entry **page : registry->vlan_pages)
-		free(page);
-	free(vlans);
-	free(registry);
+	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next)
+		if (!client_usage_write_vlan(e->clients, e->vlan, RUN_ROOT, TMP_CLIENT_FILE))
+			return;
 }
+
+} // namespace
 
 sw_usage_registry *
 tally_sw_usage_init()
 {
 	time_was_initialized = 0;
-	sw_usage_registry *registry = tally_sw_registry_new();
+	sw_usage_registry *registry = registry_new();
 	if (registry == nullptr)
 		return nullptr;
 	registry->prev_time = registry->now = time(nullptr);
@@ -303,13 +317,8 @@ tally_sw_usage_update(sw_usage_registry *registry)
 	registry->prev_time = registry->now;
 	registry->now = time(nullptr);
 
-	client_usage_read_stats(registry, registry->now);
-
-	for (sw_vlan_entry *e = vlans->next; e != vlans; e = e->next) {
-		const client_usage_table &hourly = e->clients->tables[CLIENT_HOURLY];
-		wu_update_time(e->usage, registry->now);
-		wu_update_usage(e->usage, hourly.tick_first, hourly.tick_second);
-	}
+	read_statistics(registry);
+	take_tick_traffic(vlans, registry->now);
 
 	int clock_set = access(CLOCK_MARKER, R_OK) == 0;
 	wu_totals_clear(&registry->totals);
@@ -321,7 +330,7 @@ tally_sw_usage_update(sw_usage_registry *registry)
 	}
 	save_totals(&registry->totals, clock_set);
 
-	client_usage_write_files(vlans);
+	write_client_files(vlans);
 }
 
 void
@@ -334,46 +343,6 @@ tally_sw_backup_usage(sw_vlan_entry *vlans)
 		(void)create_backup_monthly(e->usage);
 		(void)backup_client_dirs(e->vlan);
 	}
-}
-
-void
-create_vlan_run_dirs(int vlan)
-{
-	char path[256];
-	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, VLAN_DIR);
-	(void)recursive_mkdir(path);
-	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, CLIENT_DIR);
-	(void)recursive_mkdir(path);
-	for (const char *dir : sw_usage_dir) {
-		layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, dir);
-		(void)recursive_mkdir(path);
-	}
-}
-
-int
-wan_usage_create_backup_dir_ex(int, int kind, int vlan)
-{
-	constexpr int client_kind = 4;
-	char path[128];
-	layout_vlan_path(path, sizeof path, BACKUP_ROOT, vlan,
-			 kind == client_kind ? CLIENT_DIR : VLAN_DIR);
-	return recursive_mkdir(path);
-}
-
-// The same copy runs three times, as on every appliance in the field: the
-// first run of a pass creates a missing target; once the target exists, a
-// copy lands in a nested sw_client inside it. Kept for compatibility.
-int
-backup_client_dirs(int vlan)
-{
-	char source[256], target[256], command[1024];
-	layout_vlan_path(source, sizeof source, RUN_ROOT, vlan, CLIENT_DIR);
-	layout_vlan_path(target, sizeof target, BACKUP_ROOT, vlan, CLIENT_DIR);
-	snprintf(command, sizeof command, "cp -r %s/ %s/", source, target);
-	int status = 0;
-	for (int i = 0; i < 3; i++)
-		status = system(command);
-	return status;
 }
 
 void

@@ -36,35 +36,10 @@ struct sw_usage_registry {
 // allocated.
 sw_usage_registry *tally_sw_usage_init();
 
-// An empty registry, touching no file; null when memory is exhausted.
-sw_usage_registry *tally_sw_registry_new();
-
-// Frees a registry and everything it owns. The daemon never does: it
-// keeps its registry for life; tests and benchmarks do.
-void tally_sw_registry_free(sw_usage_registry *registry);
-
 // One tick: statistics, usage records, history and totals files, client files.
 void tally_sw_usage_update(sw_usage_registry *registry);
 
 // One backup pass into the backup tree over every VLAN of the list.
 void tally_sw_backup_usage(sw_vlan_entry *vlans);
-
-// A new VLAN entry with its usage record and client tables, appended at the
-// tail of the list; null when memory is exhausted.
-sw_vlan_entry *tally_sw_vlan_add(sw_usage_registry *registry, int vlan);
-
-// The first entry of the list with this VLAN number, or null.
-sw_vlan_entry *tally_sw_vlan_find(const sw_usage_registry *registry, int vlan);
-
-// The VLAN's run-time directories.
-void create_vlan_run_dirs(int vlan);
-
-// Makes the VLAN's backup client directory when kind is 4, else its backup
-// VLAN directory; returns recursive_mkdir's result.
-int wan_usage_create_backup_dir_ex(int ignored, int kind, int vlan);
-
-// Copies the VLAN's run-time client directory into the backup tree; returns
-// the copy command's status.
-int backup_client_dirs(int vlan);
 
 void init_usage_file_list();

@@ -1,6 +1,6 @@
 // tally-statdump: prints every record of a statistics file, one line each,
 // then reports what in the file's structure would mislead a reader.
-#include "client/client.h"
+#include "client/sflow.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -47,15 +47,12 @@ print_record(uint32_t host_index, const char *mac, const sflow_record &r)
 	       r.ip & 0xff, r.first_counter, r.second_counter);
 }
 
+// The daemon reads a zero MAC as none at all; here it still gets a column.
 void
 format_mac(const sflow_host &host, char text[18])
 {
-	uint64_t value = 0;
-	for (uint8_t byte : host.mac)
-		value = value << 8 | byte;
-	// The daemon reads a zero MAC as none at all; here it still gets a column.
-	if (*ull2mac(value, text, 18) == '\0')
-		strcpy(text, "00:00:00:00:00:00");
+	const uint8_t *m = host.mac;
+	snprintf(text, 18, "%02X:%02X:%02X:%02X:%02X:%02X", m[0], m[1], m[2], m[3], m[4], m[5]);
 }
 
 // 64-bit sums: offset + count * 168 passes 32 bits easily, and a

@@ -1,7 +1,8 @@
 // tally-statgen: stands in for the appliance's sFlow agent. Each call is one
 // agent interval and writes a whole statistics file whose counters have grown
 // since the previous call, which a small state file remembers.
-#include "client/client.h"
+#include "client/sflow.h"
+#include "tests/support/sflow_encode.h"
 
 #include <algorithm>
 #include <cerrno>

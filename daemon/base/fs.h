@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdio>
+#include <type_traits>
+#include <unistd.h>
 
 // Makes path and any missing parents, mode 0755. Returns 0 when the
 // directory exists afterwards, 1 when path or an ancestor exists but is not
@@ -14,8 +16,9 @@ int recursive_mkdir(const char *path);
 int recursive_remove(const char *path);
 
 // Writes a whole file: fill writes into the temporary file tmp, which is
-// then renamed over target, so a reader never sees half a file. Returns
-// false, leaving target as it was, when tmp cannot be created.
+// then renamed over target, so a reader never sees half a file. A fill that
+// returns false wrote nothing worth keeping: tmp goes and target stays.
+// Returns false, leaving target as it was, when tmp cannot be created.
 template <typename Fill>
 bool
 replace_file(const char *tmp, const char *target, Fill fill)
@@ -23,9 +26,16 @@ replace_file(const char *tmp, const char *target, Fill fill)
 	FILE *f = fopen(tmp, "w");
 	if (f == nullptr)
 		return false;
-	fill(f);
+	bool keep = true;
+	if constexpr (std::is_same_v<decltype(fill(f)), bool>)
+		keep = fill(f);
+	else
+		fill(f);
 	fclose(f);
-	(void)rename(tmp, target);
+	if (keep)
+		(void)rename(tmp, target);
+	else
+		(void)unlink(tmp);
 	return true;
 }
 

@@ -1,8 +1,12 @@
 """Statistics files as the appliance's sFlow agent writes them, big-endian,
-built field by field for the black-box tests."""
+built field by field and put in place whole, as the agent does; and T0, the
+clock at which most scenarios start."""
 
+import os
 import struct
 
+T0 = 1795256225  # Sat 2026-11-21 10:17:05 UTC
+STATS = "/var/run/sflow/stat.bin"
 MAGIC = 0x098AFE01
 HEADER = struct.Struct(">II")      # magic, host count
 HOST = struct.Struct(">6s2xII")    # MAC, record count, record offset
@@ -33,3 +37,13 @@ def build(stations, magic=MAGIC):
 
 def mac(n):
     return n.to_bytes(6, "big")
+
+
+def write_stats(sb, data):
+    """Replaces the sandbox's statistics file by data; the daemon never
+    sees half a file."""
+    host = sb.path(STATS)
+    os.makedirs(os.path.dirname(host), exist_ok=True)
+    with open(host + ".new", "wb") as f:
+        f.write(data)
+    os.replace(host + ".new", host)

@@ -7,7 +7,8 @@ import signal
 
 import pytest
 
-T0 = 1795256225  # Sat 2026-11-21 10:17:05 UTC
+from statfile import T0
+
 BACKUP_COPY = "cp -r /var/run/ostra/tally_sw_usage/7/7/sw_client/ /tmp/tally_sw_usage/7/7/sw_client/"
 HUP, USR1, ALRM, PIPE = signal.SIGHUP, signal.SIGUSR1, signal.SIGALRM, signal.SIGPIPE
 

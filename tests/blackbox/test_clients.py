@@ -5,9 +5,8 @@ backup when the clock goes back into it, and files dated in the future."""
 import os
 import signal
 
-from statfile import build, mac, record
+from statfile import T0, build, mac, record, write_stats
 
-T0 = 1795256225  # Sat 2026-11-21 10:17:05 UTC
 CLIENTS = "/var/run/ostra/tally_sw_usage/10/10/sw_client"
 A = "10.0.0.1,{},{},00:00:00:00:00:01,0\n"
 B = "10.0.0.2,{},{},00:00:00:00:00:02,0\n"
@@ -16,11 +15,8 @@ B = "10.0.0.2,{},{},00:00:00:00:00:02,0\n"
 def feed(sb, t, a, b):
     """Client A on MAC 1 and client B on MAC 2, VLAN 10, with these
     cumulative (first, second) counters; then one tick at t."""
-    stats = sb.path("/var/run/sflow/stat.bin")
-    with open(stats + ".new", "wb") as f:
-        f.write(build([(mac(1), [record(10, "10.0.0.1", *a)]),
-                       (mac(2), [record(10, "10.0.0.2", *b)])]))
-    os.replace(stats + ".new", stats)
+    write_stats(sb, build([(mac(1), [record(10, "10.0.0.1", *a)]),
+                           (mac(2), [record(10, "10.0.0.2", *b)])]))
     sb.tick(t)
 
 

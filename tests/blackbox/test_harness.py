@@ -4,8 +4,7 @@ background commands are waited for."""
 import os
 import signal
 
-# Tue Nov 14 22:13:20 2023 UTC
-T0 = 1_700_000_000
+from statfile import T0
 
 
 def test_signal_sent_at_idle_report_is_never_lost(sandbox):

@@ -17,6 +17,7 @@ from zoneinfo import ZoneInfo
 import pytest
 
 from sandbox import Sandbox
+from statfile import STATS
 
 ZONE = ZoneInfo("Europe/Berlin")
 # Three month ends, and 29 March, which has no 02:00.
@@ -138,7 +139,7 @@ def ninety_days(sb, run_tool, tmp_path):
     os.makedirs(sb.path("/var/run/sflow"))
     for (t, call), (following, _) in zip(TICKS, TICKS[1:] + [(END, False)]):
         if call:
-            r = run_tool("tally-statgen", "--out", sb.path("/var/run/sflow/stat.bin"), "--state",
+            r = run_tool("tally-statgen", "--out", sb.path(STATS), "--state",
                          tmp_path / "agent", *AGENT, "--rate", rng.randrange(1024, 16384),
                          "--second-rate", rng.randrange(0, 4096), *EVENTS.get(t, []))
             assert r.returncode == 0, r.stderr

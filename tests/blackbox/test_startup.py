@@ -6,7 +6,7 @@ import signal
 
 import pytest
 
-NOV_21_2026 = 1795256225  # Sat 2026-11-21 10:17:05 UTC
+from statfile import T0
 STALE = ("hourly", "daily", "monthly", "billing")
 STARTUP_REMOVALS = [
     "rm -rf /var/run/ostra/sw_client_usage_hourly",
@@ -42,7 +42,7 @@ def vlan_run_dirs(bucket, vlan):
 
 
 @pytest.mark.parametrize("tz, clock, text", [
-    ("UTC", NOV_21_2026, "Sat Nov 21 10:17:05 2026 UTC(+0000)"),
+    ("UTC", T0, "Sat Nov 21 10:17:05 2026 UTC(+0000)"),
     ("Europe/Berlin", 1774780200, "Sun Mar 29 12:30:00 2026 CEST(+0200)"),
 ])
 @pytest.mark.parametrize("stop_signal", [signal.SIGTERM, signal.SIGINT])
@@ -65,7 +65,7 @@ def test_removes_stale_history_files_of_each_wan(sandbox, wanno, wan_count):
     for wan in range(1, 10):
         for kind in STALE + ("keep",):
             write(sandbox, f"/var/run/ostra/wan{wan}/usage_history.{kind}")
-    sandbox.start(NOV_21_2026)
+    sandbox.start(T0)
     for wan in range(1, 10):
         left = sorted(os.listdir(sandbox.path(f"/var/run/ostra/wan{wan}")))
         expected = ["usage_history.keep"] if wan <= wan_count else \
@@ -81,22 +81,24 @@ def test_runs_the_restore_command_unless_its_marker_directory_is_there(sandbox, 
         write(sandbox, "/tmp/tally_backup")
     elif marker == "dir":
         os.makedirs(sandbox.path("/tmp/tally_backup/inner"))
-    sandbox.start(NOV_21_2026)
+    sandbox.start(T0)
     assert sandbox.commands() == (["load_tally_data 1"] if restored else []) + STARTUP_REMOVALS
     assert not os.path.lexists(sandbox.path("/tmp/tally_backup"))
 
 
 def test_without_backup_tree_starts_with_an_empty_run_time_tree(sandbox):
     write(sandbox, "/var/run/ostra/tally_sw_usage/5/5/sw_vlan/usage_history.hourly", "old\n")
-    sandbox.start(NOV_21_2026)
+    sandbox.start(T0)
     assert tree(sandbox, "/var/run/ostra/tally_sw_usage") == []
 
 
 def test_a_backup_root_that_is_a_file_is_no_backup_tree(sandbox):
     write(sandbox, "/tmp/tally_sw_usage", "junk")
-    sandbox.start(NOV_21_2026)
+    sandbox.start(T0)
     assert tree(sandbox, "/var/run/ostra/tally_sw_usage") == []
-    assert sandbox.signal(signal.SIGALRM)
+    sandbox.tick(T0 + 30)
+    assert tree(sandbox, "/var/run/ostra/tally_sw_usage") == [
+        "sw_usage_daily_total.csv", "sw_usage_hourly_total.csv", "sw_usage_monthly_total.csv"]
 
 
 def test_restores_the_vlans_of_the_backup_tree(sandbox):
@@ -112,7 +114,7 @@ def test_restores_the_vlans_of_the_backup_tree(sandbox):
     write(sandbox, "/tmp/tally_sw_usage/12/12/sw_client/sw_client_usage_daily/2026-11-21.csv",
           "10.0.0.1,5,6,00:11:22:33:44:55,0\n")
     write(sandbox, "/tmp/tally_sw_usage/stray-file", "not a bucket")
-    sandbox.start(NOV_21_2026)
+    sandbox.start(T0)
 
     run = "/var/run/ostra/tally_sw_usage"
     assert tree(sandbox, run) == sorted(

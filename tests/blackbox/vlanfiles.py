@@ -3,9 +3,8 @@ and reads back the six files the daemon publishes for the VLAN."""
 
 import os
 
-from statfile import build, mac, record
+from statfile import build, mac, record, write_stats
 
-STATS = "/var/run/sflow/stat.bin"
 CLOCK_MARKER = "/var/run/ostra/time_initialized"
 KIB = 1024
 VLAN_FILES = ("usage_history.hourly", "usage_history.daily", "usage_history.monthly",
@@ -63,12 +62,7 @@ class Traffic:
     def _write(self):
         records = [record(vlan, f"10.0.{vlan // 256}.{vlan % 256}", first, second)
                    for vlan, (first, second) in self.counters.items()]
-        data = build([(mac(0x0200000000AA), records)])
-        host = self.sb.path(STATS)
-        os.makedirs(os.path.dirname(host), exist_ok=True)
-        with open(host + ".new", "wb") as f:
-            f.write(data)
-        os.replace(host + ".new", host)
+        write_stats(self.sb, build([(mac(0x0200000000AA), records)]))
 
 
 def plant_backup(sb, vlan, **texts):

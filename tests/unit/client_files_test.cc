@@ -1,9 +1,8 @@
 // Client files: which clients are listed and in what order, and the
 // trimming of client directories. Written under a temporary root.
-#include "client/client.h"
+#include "client/internal.h"
 #include "daemon/base/fs.h"
 #include "daemon/base/layout.h"
-#include "daemon/registry.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -21,8 +20,7 @@ constexpr time_t T = 1600000000;
 
 struct ClientFiles : testing::Test {
 	std::string root;
-	sw_usage_registry *registry = tally_sw_registry_new();
-	sw_vlan_entry *vlan = nullptr;
+	client_usage_set *vlan = client_usage_set_new(105);
 
 	void SetUp() override
 	{
@@ -31,32 +29,29 @@ struct ClientFiles : testing::Test {
 		std::string pattern = testing::TempDir() + "client_files.XXXXXX";
 		ASSERT_NE(mkdtemp(pattern.data()), nullptr);
 		root = pattern;
-		vlan = tally_sw_vlan_add(registry, 105);
 		for (const char *dir : sw_usage_dir)
 			ASSERT_EQ(recursive_mkdir((root + "/5/105/" + dir).c_str()), 0);
-		for (client_usage_table &t : vlan->clients->tables)
+		for (client_usage_table &t : vlan->tables)
 			t.update_time = T;
 	}
 	void TearDown() override
 	{
-		tally_sw_registry_free(registry);
+		client_usage_set_free(vlan);
 		ASSERT_EQ(system(("rm -rf '" + root + "'").c_str()), 0);
 		unsetenv("TZ");
 		tzset();
 	}
 
-	client_usage_table *hourly() { return &vlan->clients->tables[CLIENT_HOURLY]; }
-
 	// A client's first two samples only set baselines; the third counts.
 	void traffic(const char *ip, uint64_t mac, uint32_t tag, uint64_t first, uint64_t second)
 	{
-		for (client_usage_table &t : vlan->clients->tables) {
+		for (client_usage_table &t : vlan->tables) {
 			add_client_usage(&t, ip, 1000, 1000, mac, tag, 1);
 			add_client_usage(&t, ip, 2000, 2000, mac, tag, 1);
 			add_client_usage(&t, ip, 2000 + first, 2000 + second, mac, tag, 1);
 		}
 	}
-	void write() { client_usage_write_files_under(registry->vlans, root.c_str(), tmp().c_str()); }
+	void write() { ASSERT_TRUE(client_usage_write_vlan(vlan, 105, root.c_str(), tmp().c_str())); }
 	std::string tmp() const { return root + "/client.tmp"; }
 	std::string file(const char *dir, const char *name) const
 	{
@@ -118,7 +113,7 @@ TEST_F(ClientFiles, APeriodWithoutListedClientsKeepsAnOlderFile)
 TEST_F(ClientFiles, WithoutATemporaryFileNothingIsWritten)
 {
 	traffic("10.0.0.1", 0x0c, 0, 4096, 0);
-	client_usage_write_files_under(registry->vlans, root.c_str(), (root + "/no/such/dir").c_str());
+	EXPECT_FALSE(client_usage_write_vlan(vlan, 105, root.c_str(), (root + "/no/such/dir").c_str()));
 	EXPECT_EQ(read_file(file("hourly", "2020-09-13-12.csv")), "(absent)");
 }
 
@@ -184,7 +179,10 @@ TEST_F(ClientFiles, StrayEntriesCountAsNamesAndOnlyDotCsvGoes)
 	std::vector<std::string> expected = {".hidden.csv", "2019-12-31-23", "2020-01-01-00.old.csv",
 					     "2020-01-01-01.csv", "2020-01-01-02.csv", "notes.txt"};
 	EXPECT_EQ(listing(dir), expected);
-	client_usage_dir_limit((root + "/missing").c_str(), CLIENT_HOURLY, 3, 2);
+
+	std::string missing = root + "/missing";
+	client_usage_dir_limit(missing.c_str(), CLIENT_HOURLY, 3, 2);
+	EXPECT_EQ(access(missing.c_str(), F_OK), -1) << "a missing directory is not made";
 }
 
 } // namespace

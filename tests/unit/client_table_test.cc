@@ -1,6 +1,6 @@
 // Client tables: cumulative counters turned into per-period usage, and
 // client files read back into a table.
-#include "client/client.h"
+#include "client/internal.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,7 +1,8 @@
 // The statistics reader on well-formed, broken and hostile files. Files are
 // built here byte by byte, big-endian as the appliance's agent writes them.
-#include "client/client.h"
-#include "daemon/registry.h"
+#include "client/internal.h"
+#include "tests/support/sflow_encode.h"
+#include "tests/support/vlans.h"
 
 #include <cstdio>
 #include <cstring>
@@ -50,21 +51,16 @@ record(uint16_t vlan, uint32_t ip, uint64_t first, uint64_t second, uint8_t vali
 }
 
 struct Reader : testing::Test {
-	sw_usage_registry *registry = tally_sw_registry_new();
+	test_vlans vlans;
 	// Per process: CTest runs each test in its own, in parallel.
 	std::string path = testing::TempDir() + "stats_test." + std::to_string(getpid()) + ".bin";
 
 	void SetUp() override
 	{
-		ASSERT_NE(registry, nullptr);
 		for (int vlan : {10, 20})
-			ASSERT_NE(tally_sw_vlan_add(registry, vlan), nullptr);
+			ASSERT_NE(vlans.find_or_add(vlan), nullptr);
 	}
-	void TearDown() override
-	{
-		remove(path.c_str());
-		tally_sw_registry_free(registry);
-	}
+	void TearDown() override { remove(path.c_str()); }
 
 	void write(const std::vector<uint8_t> &bytes)
 	{
@@ -73,11 +69,8 @@ struct Reader : testing::Test {
 		fwrite(bytes.data(), 1, bytes.size(), f);
 		fclose(f);
 	}
-	void read(time_t now = NOW) { client_usage_read_stats_file(registry, now, path.c_str()); }
-	const client_usage_table &hourly(int vlan)
-	{
-		return tally_sw_vlan_find(registry, vlan)->clients->tables[CLIENT_HOURLY];
-	}
+	void read(time_t now = NOW) { ASSERT_TRUE(vlans.read_stats(path.c_str(), now)); }
+	const client_usage_table &hourly(int vlan) { return vlans.find(vlan)->tables[CLIENT_HOURLY]; }
 	// Three reads: a sighting, a baseline, then traffic of (first, second).
 	void feed_three(std::vector<uint8_t> (*file)(uint64_t step))
 	{
@@ -106,7 +99,7 @@ TEST_F(Reader, CountersBecomeTickSumsPerVlan)
 	EXPECT_EQ(hourly(20).tick_second, 300u);
 	EXPECT_EQ(hourly(10).count, 1u) << "an invalid record is ignored";
 	EXPECT_EQ(hourly(10).update_time, NOW + 60);
-	const client_usage_table &daily = tally_sw_vlan_find(registry, 10)->clients->tables[CLIENT_DAILY];
+	const client_usage_table &daily = vlans.find(10)->tables[CLIENT_DAILY];
 	const client_usage_entry *e = client_usage_find(&daily, 0x0a000001, 0x001122334455, 0);
 	ASSERT_NE(e, nullptr);
 	EXPECT_EQ(e->acc_first, 1000u);

@@ -1,6 +1,6 @@
 // Writing statistics files, for the simulator and the tests. Reserved
 // bytes are left as the caller zeroed them.
-#include "client/client.h"
+#include "tests/support/sflow_encode.h"
 
 namespace {
 

@@ -1,0 +1,120 @@
+// The entries of every client table live in one pool and are never freed,
+// so an entry costs its 56 bytes and no allocator overhead; a pool index is
+// both the chain link and the order of insertion, which is what the client
+// files need for their newest-first order.
+#include "client/internal.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t chunk_bits = 10; // entries per pool chunk: 1024, 56 KiB
+constexpr uint32_t chunk_mask = (1u << chunk_bits) - 1;
+
+struct entry_pool {
+	client_usage_entry **chunks;
+	uint32_t chunk_count;
+	uint32_t used;
+};
+
+entry_pool pool;
+
+// Address texts that are not the dotted form of their number (restored
+// from edited files), by pool index; appended in index order, so sorted.
+struct odd_text {
+	uint32_t index;
+	char text[16];
+};
+
+std::vector<odd_text> odd_texts;
+
+uint32_t
+index_of(const client_usage_entry *e)
+{
+	for (uint32_t c = 0; c < pool.chunk_count; c++) {
+		const client_usage_entry *base = pool.chunks[c];
+		if (e >= base && e < base + (1u << chunk_bits))
+			return c << chunk_bits | static_cast<uint32_t>(e - base);
+	}
+	return CLIENT_NO_ENTRY;
+}
+
+void
+format_ip(uint32_t ip, char buffer[16])
+{
+	snprintf(buffer, 16, "%u.%u.%u.%u", ip >> 24, ip >> 16 & 0xff, ip >> 8 & 0xff, ip & 0xff);
+}
+
+} // namespace
+
+client_usage_entry *
+client_pool_entry(uint32_t index)
+{
+	return &pool.chunks[index >> chunk_bits][index & chunk_mask];
+}
+
+uint32_t
+client_pool_take()
+{
+	if ((pool.used & chunk_mask) == 0 && (pool.used >> chunk_bits) == pool.chunk_count) {
+		auto *chunk = static_cast<client_usage_entry *>(
+			calloc(1u << chunk_bits, sizeof(client_usage_entry)));
+		if (chunk == nullptr)
+			return CLIENT_NO_ENTRY;
+		auto **chunks = static_cast<client_usage_entry **>(
+			realloc(pool.chunks, (pool.chunk_count + 1) * sizeof(client_usage_entry *)));
+		if (chunks == nullptr) {
+			free(chunk);
+			return CLIENT_NO_ENTRY;
+		}
+		chunks[pool.chunk_count++] = chunk;
+		pool.chunks = chunks;
+	}
+	return pool.used++;
+}
+
+bool
+client_parse_ip(const char *text, uint32_t *ip)
+{
+	struct in_addr a;
+	if (inet_aton(text, &a) == 0)
+		return false;
+	*ip = ntohl(a.s_addr);
+	return true;
+}
+
+// The entry's address is its text parsed again, once cut to the 15
+// characters an entry keeps.
+void
+client_pool_set_address(uint32_t index, const char *text)
+{
+	client_usage_entry *e = client_pool_entry(index);
+	odd_text copy = {index, {}};
+	strncpy(copy.text, text, sizeof copy.text - 1);
+	uint32_t ip = 0;
+	bool parsed = client_parse_ip(copy.text, &ip);
+	char canonical[16];
+	format_ip(ip, canonical);
+	e->ip = ip;
+	if (parsed && strcmp(canonical, copy.text) == 0)
+		return;
+	odd_texts.push_back(copy);
+	e->odd_text = 1;
+}
+
+const char *
+client_usage_ip_text(const client_usage_entry *entry, char buffer[16])
+{
+	if (!entry->odd_text) {
+		format_ip(entry->ip, buffer);
+		return buffer;
+	}
+	uint32_t index = index_of(entry);
+	auto it = std::lower_bound(odd_texts.begin(), odd_texts.end(), index,
+				   [](const odd_text &o, uint32_t i) { return o.index < i; });
+	memcpy(buffer, it->text, sizeof it->text);
+	return buffer;
+}
