@@ -15,7 +15,7 @@ replace_backup(const wu_usage *wu, const char *name, Fill fill)
 {
 	char path[256];
 	layout_vlan_path(path, sizeof path, BACKUP_ROOT, wu->vlan, VLAN_DIR, name);
-	return replace_file(TMP_FILE, path, fill) ? 0 : -1;
+	return replace_file(TMP_FILE, path, fill) == REPLACE_DONE ? 0 : -1;
 }
 
 // The same lines as the history files, with whole byte counts.

@@ -30,6 +30,7 @@ struct client_usage_table {
 	uint32_t head_bits;
 	uint32_t count;
 	uint32_t small_heads[1u << CLIENT_SMALL_HEAD_BITS];
+	uint32_t unwritten; // took records since its file was last written
 };
 
 // A VLAN's three tables, indexed by client_period. The hourly table's tick
@@ -78,5 +79,4 @@ void client_stats_close(client_stats *stats);
 // Trims the VLAN's client directories under root and writes its three
 // client files there through tmp. False when tmp cannot be made, which ends
 // the writing of client files for the tick.
-bool client_usage_write_vlan(const client_usage_set *set, int vlan, const char *root,
-			     const char *tmp);
+bool client_usage_write_vlan(client_usage_set *set, int vlan, const char *root, const char *tmp);

@@ -21,10 +21,12 @@ print_client(FILE *f, const client_usage_entry *e)
 		ull2mac(e->mac, mac, sizeof mac), static_cast<int>(e->tag));
 }
 
+} // namespace
+
 // A file with no client is not written, and an older one of the same name
 // stays.
-bool
-write_table(const client_usage_table *t, const char *root, int vlan, const char *tmp)
+replace_status
+client_usage_write_table(client_usage_table *t, int vlan, const char *root, const char *tmp)
 {
 	struct tm local, start;
 	localtime_r(&t->update_time, &local);
@@ -32,27 +34,28 @@ write_table(const client_usage_table *t, const char *root, int vlan, const char 
 	char name[32], path[256];
 	client_file_name(name, sizeof name, t->period, &start);
 	layout_vlan_path(path, sizeof path, root, vlan, sw_usage_dir[t->period], name);
-	return replace_file(tmp, path, [t](FILE *f) {
+	replace_status status = replace_file(tmp, path, [t](FILE *f) {
 		static std::vector<const client_usage_entry *> listed;
 		client_usage_listed(t, &listed);
 		for (const client_usage_entry *e : listed)
 			print_client(f, e);
 		return !listed.empty();
 	});
+	if (status == REPLACE_DONE)
+		t->unwritten = 0;
+	return status;
 }
 
-} // namespace
-
 bool
-client_usage_write_vlan(const client_usage_set *set, int vlan, const char *root, const char *tmp)
+client_usage_write_vlan(client_usage_set *set, int vlan, const char *root, const char *tmp)
 {
 	for (uint32_t p = CLIENT_HOURLY; p <= CLIENT_MONTHLY; p++) {
 		char dir[256];
 		layout_vlan_path(dir, sizeof dir, root, vlan, sw_usage_dir[p]);
 		client_usage_dir_limit(dir, static_cast<int>(p), dir_limits[p], name_list_flag);
 	}
-	for (const client_usage_table &t : set->tables)
-		if (!write_table(&t, root, vlan, tmp))
+	for (client_usage_table &t : set->tables)
+		if (client_usage_write_table(&t, vlan, root, tmp) == REPLACE_NO_TEMPORARY)
 			return false;
 	return true;
 }

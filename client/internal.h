@@ -4,6 +4,7 @@
 #pragma once
 
 #include "client/client.h"
+#include "daemon/base/fs.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -77,6 +78,12 @@ void client_usage_close_period(client_usage_table *table);
 // least 1 KiB in either counter, by address modulo 8191 and newest first.
 void client_usage_listed(const client_usage_table *table,
 			 std::vector<const client_usage_entry *> *out);
+
+// ---- Client files (files.cc) -----------------------------------------------
+
+// Writes the file of the table's period under root through tmp.
+replace_status client_usage_write_table(client_usage_table *table, int vlan, const char *root,
+					const char *tmp);
 
 // ---- Client files read back (restore.cc) ---------------------------------
 

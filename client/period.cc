@@ -106,6 +106,10 @@ client_usage_fixup(client_usage_table *table, int vlan, time_t start)
 	if (local_mktime(&updated_start) == start)
 		return;
 
+	// A file whose last write failed (a full disk) gets one more chance
+	// before its period's figures are gone.
+	if (table->unwritten)
+		(void)client_usage_write_table(table, vlan, RUN_ROOT, TMP_CLIENT_FILE);
 	client_usage_close_period(table);
 	char name[32], path[256];
 	client_file_name(name, sizeof name, table->period, &start_tm);

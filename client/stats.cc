@@ -14,12 +14,18 @@
 
 namespace {
 
+constexpr uint64_t reread_files = 3; // bytes read again, in file sizes
+
+// Records are read as their descriptors claim them, even where claims
+// overlap. A record below the furthest byte read so far may be read a
+// second time, and such reads are paid from a budget of a few times the
+// file's size, so no file costs a tick more than a few times its size and
+// a file whose records are each read once never runs out.
 struct snapshot {
 	uint8_t *data;
 	uint64_t size;
-	// Records the file can hold without overlapping; descriptors that share
-	// records cannot make a tick cost more than this many.
-	uint64_t record_budget;
+	uint64_t read_up_to;
+	uint64_t reread_budget;
 };
 
 // The whole file, or an empty snapshot when memory runs out.
@@ -29,7 +35,7 @@ read_whole(FILE *f)
 	struct stat st;
 	size_t capacity = fstat(fileno(f), &st) == 0 && st.st_size > 0
 				  ? static_cast<size_t>(st.st_size) + 1 : 4096;
-	snapshot s = {static_cast<uint8_t *>(malloc(capacity)), 0, 0};
+	snapshot s = {static_cast<uint8_t *>(malloc(capacity)), 0, 0, 0};
 	while (s.data != nullptr) {
 		s.size += fread(s.data + s.size, 1, capacity - s.size, f);
 		if (s.size < capacity)
@@ -42,13 +48,27 @@ read_whole(FILE *f)
 		capacity *= 2;
 	}
 	free(s.data);
-	return {nullptr, 0, 0};
+	return {nullptr, 0, 0, 0};
 }
 
 bool
 holds(const snapshot &s, uint64_t offset, uint64_t length)
 {
 	return offset + length <= s.size;
+}
+
+// False once the budget for reading records again is spent.
+bool
+pay_for_record(snapshot &s, uint64_t offset)
+{
+	if (offset >= s.read_up_to) {
+		s.read_up_to = offset + SFLOW_RECORD_SIZE;
+		return true;
+	}
+	if (s.reread_budget < SFLOW_RECORD_SIZE)
+		return false;
+	s.reread_budget -= SFLOW_RECORD_SIZE;
+	return true;
 }
 
 uint64_t
@@ -71,10 +91,11 @@ add_record(client_usage_set *clients, const sflow_record &r, uint64_t mac, time_
 		add_client_usage_addr(&tables[p], r.ip, r.first_counter, r.second_counter, mac, r.tag, 1);
 		tables[p].prev_time = tables[CLIENT_HOURLY].update_time;
 		tables[p].update_time = now;
+		tables[p].unwritten = 1;
 	}
 }
 
-// Returns false when the rest of the file is short.
+// Returns false when the rest of the file is short, or the budget spent.
 bool
 read_host(snapshot &s, uint64_t index, time_t now, client_vlan_lookup lookup)
 {
@@ -85,9 +106,10 @@ read_host(snapshot &s, uint64_t index, time_t now, client_vlan_lookup lookup)
 	uint64_t mac = mac_number(host.mac);
 	for (uint64_t j = 0; j < host.record_count; j++) {
 		uint64_t offset = host.record_offset + j * SFLOW_RECORD_SIZE;
-		if (!holds(s, offset, SFLOW_RECORD_SIZE) || s.record_budget == 0)
+		if (!holds(s, offset, SFLOW_RECORD_SIZE))
 			break;
-		s.record_budget--;
+		if (!pay_for_record(s, offset))
+			return false;
 		sflow_record r = sflow_decode_record(s.data + offset);
 		if (r.valid == 0)
 			continue;
@@ -112,7 +134,7 @@ void
 client_stats_read(client_stats *stats, const client_tick &tick, client_vlan_lookup lookup)
 {
 	snapshot s = read_whole(stats->file);
-	s.record_budget = s.size / SFLOW_RECORD_SIZE;
+	s.reread_budget = reread_files * s.size;
 	if (holds(s, 0, SFLOW_HEADER_SIZE)) {
 		sflow_header h = sflow_decode_header(s.data);
 		if (h.magic == SFLOW_MAGIC)

@@ -103,6 +103,8 @@ write_pid_file()
 	fclose(f);
 }
 
+// A time text that does not fit (a time zone with a very long name) is
+// left out rather than logged cut.
 void
 log_start()
 {
@@ -110,7 +112,8 @@ log_start()
 	struct tm tm;
 	char when[256];
 	localtime_r(&t, &tm);
-	strftime(when, sizeof when, "%c %Z(%z)", &tm);
+	if (strftime(when, sizeof when, "%c %Z(%z)", &tm) == 0)
+		when[0] = '\0';
 	log_notice("starting Corvane Usage Monitor (tally). %s", when);
 }
 

@@ -259,19 +259,21 @@ save_totals(wu_totals *totals, int clock_set)
 		time_was_initialized = clock_set;
 		return;
 	}
-	if (flags & TOTALS_HOURLY_DIRTY)
+	// Cleared first: a full write that fails marks its file again.
+	uint32_t dirty = flags;
+	flags &= ~(TOTALS_HOURLY_DIRTY | TOTALS_DAILY_DIRTY | TOTALS_MONTHLY_DIRTY);
+	if (dirty & TOTALS_HOURLY_DIRTY)
 		wu_save_hourly_total_full(totals, 0, writer_mode);
 	else
 		wu_save_hourly_total(totals);
-	if (flags & TOTALS_DAILY_DIRTY)
+	if (dirty & TOTALS_DAILY_DIRTY)
 		wu_save_daily_total_full(totals, 0, writer_mode);
 	else
 		wu_save_daily_total(totals);
-	if (flags & TOTALS_MONTHLY_DIRTY)
+	if (dirty & TOTALS_MONTHLY_DIRTY)
 		wu_save_monthly_total_full(totals, 0, writer_mode);
 	else
 		wu_save_monthly_total(totals);
-	flags &= ~(TOTALS_HOURLY_DIRTY | TOTALS_DAILY_DIRTY | TOTALS_MONTHLY_DIRTY);
 }
 
 // The client file writer stops for the tick at the first VLAN whose

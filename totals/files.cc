@@ -32,16 +32,21 @@ print_month(FILE *f, const wu_month_slot &slot)
 			    slot.usage.second >> 10);
 }
 
+// A file that could not be written in full is written in full again on the
+// next tick: a cheap write would keep its stale lines.
 template <typename Slot>
 void
-save_full(const char *name, const Slot *slots, int32_t count, void (*print)(FILE *, const Slot &))
+save_full(wu_totals *totals, uint32_t dirty, const char *name, const Slot *slots, int32_t count,
+	  void (*print)(FILE *, const Slot &))
 {
 	char path[256];
 	layout_root_path(path, sizeof path, RUN_ROOT, name);
-	replace_file(TMP_FILE, path, [&](FILE *f) {
+	replace_status status = replace_file(TMP_FILE, path, [&](FILE *f) {
 		for (int32_t i = 0; i < count; i++)
 			print(f, slots[i]);
 	});
+	if (status != REPLACE_DONE)
+		totals->totals_flags |= dirty;
 }
 
 // Relies on the old file's first line being the running period: when the
@@ -72,19 +77,22 @@ save_cheap(const char *name, const Slot *slots, int32_t count, int kept,
 void
 wu_save_hourly_total_full(wu_totals *totals, int, int)
 {
-	save_full(HOURLY_TOTALS, totals->hour_totals, totals->hour_count, print_hour);
+	save_full(totals, TOTALS_HOURLY_DIRTY, HOURLY_TOTALS, totals->hour_totals, totals->hour_count,
+		  print_hour);
 }
 
 void
 wu_save_daily_total_full(wu_totals *totals, int, int)
 {
-	save_full(DAILY_TOTALS, totals->day_totals, totals->day_count, print_day);
+	save_full(totals, TOTALS_DAILY_DIRTY, DAILY_TOTALS, totals->day_totals, totals->day_count,
+		  print_day);
 }
 
 void
 wu_save_monthly_total_full(wu_totals *totals, int, int)
 {
-	save_full(MONTHLY_TOTALS, totals->month_totals, totals->month_count, print_month);
+	save_full(totals, TOTALS_MONTHLY_DIRTY, MONTHLY_TOTALS, totals->month_totals,
+		  totals->month_count, print_month);
 }
 
 void

@@ -17,12 +17,14 @@ kib(uint64_t bytes)
 	return bytes >> 10;
 }
 
+// A ring's file is written only when the ring changes; one that could not
+// be written is written again on the next tick.
 void
 write_history(wu_usage *wu, const wu_period &period)
 {
 	char path[256];
 	wu_vlan_path(path, sizeof path, wu->vlan, period.history);
-	replace_file(TMP_FILE, path, [&](FILE *f) {
+	replace_status status = replace_file(TMP_FILE, path, [&](FILE *f) {
 		int lines = 0;
 		wu_ring_walk(period.ring(wu), [&](uint32_t, const wu_slot &slot) {
 			struct tm tm = wu_start_tm(slot.start_tm);
@@ -30,6 +32,10 @@ write_history(wu_usage *wu, const wu_period &period)
 			return ++lines < period.history_lines;
 		});
 	});
+	if (status == REPLACE_DONE)
+		wu->unwritten &= static_cast<uint8_t>(~period.changed);
+	else
+		wu->unwritten |= period.changed;
 }
 
 // A display file: the running period's line, then the head of its history.
@@ -49,8 +55,10 @@ save_display(const wu_usage *wu, const char *history_name, const char *display_n
 
 // The running hour keeps its minutes, which its line does not show.
 void
-save_ring_display(const wu_usage *wu, const wu_period &period)
+save_ring_display(wu_usage *wu, const wu_period &period)
 {
+	if (wu->unwritten & period.changed)
+		write_history(wu, period);
 	save_display(wu, period.history, period.display, period.history_lines, [&](FILE *f) {
 		struct tm tm;
 		localtime_r(&(wu->*period.time), &tm);

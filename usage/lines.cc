@@ -86,8 +86,9 @@ wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
 		static_cast<unsigned long long>(second_kib));
 }
 
-// Whatever strptime filled in before it gave up is cleared, so a line
-// whose date does not parse prints as invalid.
+// A date strptime gives up on is cleared of whatever it filled in, so a
+// line with such a date prints as invalid; a good start date before a bad
+// end date stays.
 bool
 wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
 	      wu_amount_reader read_amount, wu_pair *amounts)
@@ -96,13 +97,16 @@ wu_parse_line(const char *line, const char *date_format, struct tm *start, struc
 	if (end != nullptr)
 		memset(end, 0, sizeof *end);
 	const char *p = strptime(line, date_format, start);
-	if (p != nullptr && end != nullptr)
-		p = strptime(skip_one(p), date_format, end);
 	if (p == nullptr) {
 		memset(start, 0, sizeof *start);
-		if (end != nullptr)
-			memset(end, 0, sizeof *end);
 		return false;
+	}
+	if (end != nullptr) {
+		p = strptime(skip_one(p), date_format, end);
+		if (p == nullptr) {
+			memset(end, 0, sizeof *end);
+			return false;
+		}
 	}
 	char *after;
 	amounts->first = read_amount(skip_one(p), &after);

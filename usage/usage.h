@@ -63,6 +63,7 @@ struct wu_usage {
 	uint32_t hour_head;
 	wu_slot hour_slots[WU_HOUR_SLOTS];
 	uint8_t changed;
+	uint8_t unwritten; // changed bits of ring files whose last write failed
 };
 
 // One ring of closed periods of a record. The live periods are tail to
@@ -154,8 +155,9 @@ using wu_amount_reader = uint64_t (*)(const char *text, char **end);
 
 // Reads a line of a history or backup file: a date in date_format (and a
 // second one when end is not null), then two amounts. A date that does not
-// parse leaves both dates all zero and the amounts as they were, and
-// returns false. Nothing past the line's end is read: missing amounts are 0.
+// parse is all zero, a later date too, and the amounts stay as they were:
+// then it returns false. Nothing past the line's end is read: missing
+// amounts are 0.
 bool wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
 		   wu_amount_reader read_amount, wu_pair *amounts);
 

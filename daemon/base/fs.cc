@@ -1,9 +1,12 @@
-// Making and removing directory trees.
+// Making and removing directory trees, and the temporary files of
+// whole-file writes.
 #include "daemon/base/fs.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <ftw.h>
 #include <libgen.h>
 #include <sys/stat.h>
@@ -45,6 +48,38 @@ int
 recursive_remove(const char *path)
 {
 	return nftw(path, remove_entry, max_open_dirs, FTW_DEPTH | FTW_PHYS);
+}
+
+// Only a file this call creates is written: an exclusive create does not
+// follow a link and does not open what already stands at the name. What is
+// there (an interrupted write's leftover, or something planted in the
+// world-writable /tmp) is removed once; a directory cannot be, so then
+// there is no temporary file.
+FILE *
+open_temporary(const char *tmp)
+{
+	constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+	constexpr mode_t mode = 0666; // as fopen makes files: the umask decides
+	int fd = open(tmp, flags, mode);
+	if (fd < 0 && errno == EEXIST) {
+		(void)unlink(tmp);
+		fd = open(tmp, flags, mode);
+	}
+	if (fd < 0)
+		return nullptr;
+	FILE *f = fdopen(fd, "w");
+	if (f == nullptr) {
+		(void)close(fd);
+		(void)unlink(tmp);
+	}
+	return f;
+}
+
+bool
+close_temporary(FILE *f)
+{
+	bool written = ferror(f) == 0;
+	return fclose(f) == 0 && written;
 }
 
 void

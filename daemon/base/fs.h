@@ -15,28 +15,42 @@ int recursive_mkdir(const char *path);
 // result: 0 when it completed, -1 when path does not exist.
 int recursive_remove(const char *path);
 
-// Writes a whole file: fill writes into the temporary file tmp, which is
-// then renamed over target, so a reader never sees half a file. A fill that
-// returns false wrote nothing worth keeping: tmp goes and target stays.
-// Returns false, leaving target as it was, when tmp cannot be created.
+// A whole-file write's temporary file, made afresh: a link, FIFO or
+// directory planted at its name is never followed, written or waited on.
+// Null when it cannot be made.
+FILE *open_temporary(const char *tmp);
+
+// Closes a temporary file; false when a write or the close failed.
+bool close_temporary(FILE *f);
+
+enum replace_status {
+	REPLACE_DONE,         // target replaced, or left alone as fill asked
+	REPLACE_FAILED,       // a write failed: target left as it was
+	REPLACE_NO_TEMPORARY, // tmp could not be made: target left as it was
+};
+
+// Writes a whole file: fill writes into the temporary file tmp, which then
+// replaces target, so a reader never sees half a file, and a failed write
+// (a full disk) never costs the file it had. A fill that returns false
+// wrote nothing worth keeping: tmp goes and target stays.
 template <typename Fill>
-bool
+replace_status
 replace_file(const char *tmp, const char *target, Fill fill)
 {
-	FILE *f = fopen(tmp, "w");
+	FILE *f = open_temporary(tmp);
 	if (f == nullptr)
-		return false;
+		return REPLACE_NO_TEMPORARY;
 	bool keep = true;
 	if constexpr (std::is_same_v<decltype(fill(f)), bool>)
 		keep = fill(f);
 	else
 		fill(f);
-	fclose(f);
-	if (keep)
+	bool written = close_temporary(f);
+	if (keep && written)
 		(void)rename(tmp, target);
 	else
 		(void)unlink(tmp);
-	return true;
+	return written ? REPLACE_DONE : REPLACE_FAILED;
 }
 
 // Copies at most max lines of in to out, each read with a 256-byte fgets:

@@ -26,13 +26,26 @@ def pytest_addoption(parser):
 
 
 @pytest.fixture
-def sandbox(request):
-    """A Sandbox ready to start (set its tz attribute first if UTC will not do)."""
+def make_sandbox(request):
+    """make_sandbox(**options) makes a Sandbox of the binaries under test with
+    further options (tz, size, ...); each is closed after the test."""
     opt = request.config.getoption
     emulator = opt("--emulator")
-    sb = Sandbox(opt("--daemon"), opt("--fakeclock"), emulator.split() if emulator else None)
-    yield sb
-    sb.close()
+    made = []
+
+    def make(**options):
+        made.append(Sandbox(opt("--daemon"), opt("--fakeclock"),
+                            emulator.split() if emulator else None, **options))
+        return made[-1]
+    yield make
+    for sb in made:
+        sb.close()
+
+
+@pytest.fixture
+def sandbox(make_sandbox):
+    """A Sandbox ready to start (set its tz attribute first if UTC will not do)."""
+    return make_sandbox()
 
 
 @pytest.fixture

@@ -7,8 +7,8 @@ import signal
 
 import pytest
 
-from vlanfiles import (period_files, plant_backup, set_clock_marker, shown, vlan_files,
-                       write_vlan_file)
+from vlanfiles import (period_files, plant_backup, rollover_logs, set_clock_marker, shown,
+                       vlan_files, write_vlan_file)
 
 VLAN = 142
 BACKUP = f"/tmp/tally_sw_usage/{VLAN % 100}/{VLAN}/sw_vlan/tally.{{}}.csv"
@@ -93,6 +93,22 @@ def test_a_restore_rewrites_the_history_and_comes_back_in_the_next_backup(
     assert vlan_files(sandbox, VLAN, names) == dict(zip(names, (history, None)))
     sandbox.signal(signal.SIGUSR1)
     assert period_files(sandbox, BACKUP)[period] == backed_up
+
+
+def test_a_running_month_with_a_damaged_end_date_keeps_its_start(sandbox):
+    """The running month's start parses, so it is restored although the end
+    date behind it does not, and the month keeps its line; its amounts are
+    read only after both dates, so it starts from nothing. The clock is not
+    known to be set, so the month only takes the tick's clock."""
+    sandbox.tz = "Europe/Berlin"
+    plant_backup(sandbox, VLAN, monthly="2026-06-01,2026-06-xx,6144,3072\n"
+                                        "2026-05-01,2026-05-31,10240,20479\n")
+    set_clock_marker(sandbox, False)
+    sandbox.start(1781184000)  # 2026-06-11 15:20 CEST
+    sandbox.tick(1781184030)
+    assert vlan_files(sandbox, VLAN, ["sw_usage_monthly.csv"]) == {
+        "sw_usage_monthly.csv": "2026-06-01,2026-06-11,0,0\n2026-05-01,2026-05-31,10,19\n"}
+    assert rollover_logs(sandbox) == []
 
 
 def test_the_first_tick_after_a_restore_closes_what_the_clock_has_left(sandbox):

@@ -69,6 +69,12 @@ def test_the_clock_set_back_across_days(sandbox):
     pytest.param("2026-04-01,2026-04-30,400,40\n2026-03-01,2026-03-31,0300,30\n",
                  1779271200, "mon 4 day 20", "2026-05-01,2026-05-20,4,1\n",  # 2026-05-20 12:00 CEST
                  "2026-04-01,2026-04-30,400,40\n2026-03-01,2026-03-31,0300,30\n", id="nothing-ahead"),
+    # The newest line's end date is damaged: its start still says May lies
+    # ahead, so the file is pruned, that line too.
+    pytest.param("2026-05-01,2026-05-xx,500,50\n2026-04-01,2026-04-30,400,40\n"
+                 "2026-03-01,2026-03-31,0300,30\n",
+                 1776247200, "mon 3 day 15", "2026-04-01,2026-04-15,4,1\n",
+                 "2026-03-01,2026-03-31,300,30\n", id="newest-end-date-damaged"),
 ])
 def test_the_clock_set_back_before_the_month(sandbox, seeded, back_to, log_end, running, history):
     """The running June's closed hour and day are the rings' only entries,

@@ -44,6 +44,8 @@ def vlan_run_dirs(bucket, vlan):
 @pytest.mark.parametrize("tz, clock, text", [
     ("UTC", T0, "Sat Nov 21 10:17:05 2026 UTC(+0000)"),
     ("Europe/Berlin", 1774780200, "Sun Mar 29 12:30:00 2026 CEST(+0200)"),
+    # A time zone whose name does not leave the text room: no text at all.
+    ("<" + "A" * 240 + ">0", T0, ""),
 ])
 @pytest.mark.parametrize("stop_signal", [signal.SIGTERM, signal.SIGINT])
 def test_logs_its_start_keeps_a_pid_file_and_removes_it_on_exit(sandbox, tz, clock, text, stop_signal):

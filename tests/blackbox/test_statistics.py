@@ -5,7 +5,8 @@ import os
 import signal
 
 
-from statfile import HEADER, HOST, STATS, T0, build, mac, record, write_stats
+from statfile import HEADER, HOST, RECORD_SIZE, STATS, T0, build, mac, record, write_stats
+from vlanfiles import KIB
 
 SUBDIRS = ["sw_client", "sw_client/sw_client_usage_daily", "sw_client/sw_client_usage_hourly",
            "sw_client/sw_client_usage_monthly", "sw_vlan"]
@@ -55,6 +56,29 @@ def test_hostile_files_leave_the_daemon_running_with_their_vlans_made(sandbox):
         sandbox.tick(T0 + 30 * (n + 1))
     assert all(has_run_dirs(sandbox, v) for v in range(20, 25))
     assert sandbox.stop() == 0
+
+
+def test_records_claimed_twice_are_read_for_each_claim(sandbox):
+    """Station 1 claims its two records and the first of station 2's: that
+    record is read for both MACs. Its counters belong to its address, so the
+    claim read last before a change takes the change: station 1's, here."""
+    records_at = HEADER.size + 2 * HOST.size
+
+    def stats(n):
+        head = HEADER.pack(0x098AFE01, 2) + HOST.pack(mac(1), 3, records_at) + \
+            HOST.pack(mac(2), 2, records_at + 2 * RECORD_SIZE)
+        return head + b"".join(record(10, f"10.0.0.{ip}", 1000 + n * ip * KIB, 1000)
+                               for ip in (1, 2, 3, 4))
+
+    os.makedirs(sandbox.path("/var/run/ostra"))
+    sandbox.start(T0)
+    for n in range(4):
+        write_stats(sandbox, stats(n))
+        sandbox.tick(T0 + 30 * (n + 1))
+    with open(sandbox.path("/var/run/ostra/tally_sw_usage/10/10/sw_client/"
+                           "sw_client_usage_hourly/2026-11-21-10.csv")) as f:
+        assert f.read() == ("10.0.0.1,2,0,00:00:00:00:00:01,0\n10.0.0.2,4,0,00:00:00:00:00:01,0\n"
+                            "10.0.0.3,6,0,00:00:00:00:00:01,0\n10.0.0.4,8,0,00:00:00:00:00:02,0\n")
 
 
 def test_a_file_naming_every_vlan_number(sandbox):

@@ -81,16 +81,25 @@ TEST_F(Lines, MonthLinesReadBackAsTheyWereWrittenWithin32Bits)
 	}
 }
 
-TEST_F(Lines, ADateThatDoesNotParseLeavesAllZeros)
+// A date that does not parse is all zeros, whatever strptime filled in
+// before it gave up; a good date before it stays.
+TEST_F(Lines, ADateThatDoesNotParseIsAllZerosAndTheDateBeforeItStays)
 {
-	struct tm start, end;
-	memset(&start, 0x55, sizeof start);
-	uint64_t first = 7, second = 7;
-	wu_parse_month_line("2024-02-01,2024-13-45,1,2", &start, &end, &first, &second);
-	EXPECT_EQ(start.tm_year, 0);
-	EXPECT_EQ(start.tm_mday, 0);
-	EXPECT_EQ(end.tm_mon, 0);
-	EXPECT_EQ(first, 7u) << "amounts are read only after both dates";
+	struct {
+		const char *line;
+		int start_mday;
+	} cases[] = {{"2024-02-01,2024-13-45,1,2", 1}, {"2024-13-45,2024-02-01,1,2", 0}};
+	for (const auto &c : cases) {
+		struct tm start, end;
+		memset(&start, 0x55, sizeof start);
+		memset(&end, 0x55, sizeof end);
+		uint64_t first = 7, second = 7;
+		wu_parse_month_line(c.line, &start, &end, &first, &second);
+		EXPECT_EQ(start.tm_mday, c.start_mday) << c.line;
+		EXPECT_EQ(end.tm_year, 0) << c.line;
+		EXPECT_EQ(end.tm_mday, 0) << c.line;
+		EXPECT_EQ(first, 7u) << "amounts are read only after both dates";
+	}
 }
 
 } // namespace

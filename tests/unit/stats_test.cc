@@ -117,6 +117,55 @@ TEST_F(Reader, WideCountersDecodeAlikeOnEveryHost)
 	EXPECT_NE(client_usage_find(&hourly(10), 0xc0a80101, 0xfedcba987654ull, 0), nullptr);
 }
 
+// Points descriptor index of file at count records from record index first.
+void
+claim(std::vector<uint8_t> &file, size_t index, uint32_t count, uint32_t first)
+{
+	uint32_t records_at = sflow_decode_header(file.data()).host_count * SFLOW_HOST_SIZE +
+			      SFLOW_HEADER_SIZE;
+	sflow_host h = sflow_decode_host(file.data() + SFLOW_HEADER_SIZE + index * SFLOW_HOST_SIZE);
+	h.record_count = count;
+	h.record_offset = records_at + first * SFLOW_RECORD_SIZE;
+	sflow_encode_host(h, file.data() + SFLOW_HEADER_SIZE + index * SFLOW_HOST_SIZE);
+}
+
+// A record claimed by several descriptors counts for each of their MACs:
+// station 1 claims one record of station 2, station 3 all four records.
+TEST_F(Reader, SharedAndOverClaimedRecordsAreReadForEveryDescriptor)
+{
+	std::vector<uint8_t> f = build({{{0, 0, 0, 0, 0, 1}, {record(10, 1, 1, 1), record(10, 2, 1, 1)}},
+					{{0, 0, 0, 0, 0, 2}, {record(10, 3, 1, 1), record(10, 4, 1, 1)}},
+					{{0, 0, 0, 0, 0, 3}, {}}});
+	claim(f, 0, 3, 0);
+	claim(f, 2, 4, 0);
+	write(f);
+	read();
+	const std::pair<uint32_t, uint64_t> clients[] = {{1, 1}, {2, 1}, {3, 1}, {3, 2}, {4, 2},
+							  {1, 3}, {2, 3}, {3, 3}, {4, 3}};
+	for (auto [ip, mac] : clients)
+		EXPECT_NE(client_usage_find(&hourly(10), ip, mac, 0), nullptr) << ip << " on MAC " << mac;
+	EXPECT_EQ(hourly(10).count, 9u);
+}
+
+// Descriptors that all claim the same records are read only until the
+// records read a second time add up to a few times the file.
+TEST_F(Reader, RecordsClaimedOverAndOverCostAFewTimesTheFile)
+{
+	std::vector<station> stations(64);
+	for (uint32_t i = 0; i < stations.size(); i++)
+		stations[i].mac[5] = static_cast<uint8_t>(i + 1);
+	for (uint32_t ip = 1; ip <= 8; ip++)
+		stations[0].records.push_back(record(10, ip, 1, 1));
+	std::vector<uint8_t> f = build(stations);
+	for (size_t i = 1; i < stations.size(); i++)
+		claim(f, i, 8, 0);
+	write(f);
+	read();
+	uint64_t file_records = f.size() / SFLOW_RECORD_SIZE;
+	EXPECT_GE(hourly(10).count, 16u) << "a second descriptor's claim is read whole";
+	EXPECT_LE(hourly(10).count, 4 * file_records);
+}
+
 // Broken and hostile files, read in place of a good one: the readable part
 // counts, nothing else.
 TEST_F(Reader, FilesCountAsFarAsTheyAreReadable)

@@ -21,8 +21,11 @@ import tempfile
 import time
 
 SANDBOX_PATH = "/fakebin:/usr/sbin:/usr/bin:/sbin:/bin"
-CLOCK_FILE = "/.fakeclock/clock"
-CTL_SOCKET = "/.fakeclock/ctl.sock"
+# The virtual clock's directory lies outside the root, so that the clock
+# still moves when the daemon's file system is full.
+CLOCK_DIR = "/.fakeclock"
+CLOCK_FILE = CLOCK_DIR + "/clock"
+CTL_SOCKET = CLOCK_DIR + "/ctl.sock"
 CMDLOG = "/cmdlog"
 # Top-level host entries that are symlinks into /usr on merged-/usr systems.
 LIB_ENTRIES = ("bin", "sbin", "lib", "lib32", "lib64", "libx32")
@@ -60,9 +63,12 @@ class Sandbox:
     """One daemon run. emulator is None or an argv prefix such as
     ["qemu-mips", "-L", "/usr/mips-linux-gnu"]; wrapper is None or the argv
     prefix of a host tool that runs a native daemon in its own process, such
-    as ["valgrind", "--error-exitcode=99"]; timeout bounds every wait."""
+    as ["valgrind", "--error-exitcode=99"]; timeout bounds every wait; size,
+    in bytes, makes the root a file system of that size of its own, as the
+    appliance's RAM disk is (mounting it takes root)."""
 
-    def __init__(self, daemon, preload, emulator=None, tz="UTC", timeout=None, wrapper=None):
+    def __init__(self, daemon, preload, emulator=None, tz="UTC", timeout=None, wrapper=None,
+                 size=None):
         self.daemon = os.path.realpath(daemon)
         self.preload = os.path.realpath(preload)
         self.emulator = list(emulator) if emulator else []
@@ -81,12 +87,20 @@ class Sandbox:
         self.root = os.path.join(self._base, "root")
         self._stderr_path = os.path.join(self._base, "stderr")
         self._devlog_path = os.path.join(self._base, "devlog.sock")
+        self._clock_dir = os.path.join(self._base, "fakeclock")
+        self._mounted = False
         try:
+            if size is not None:
+                os.mkdir(self.root)
+                subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", self.root],
+                               check=True, capture_output=True)
+                self._mounted = True
             self._binds = self._build_root()
             self._devlog = self._bound_socket(self._devlog_path)
-            self._ctl = self._bound_socket(self.path(CTL_SOCKET))
+            self._ctl = self._bound_socket(self._clock_path(CTL_SOCKET))
             self._ctl.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         except BaseException:
+            self._unmount()
             shutil.rmtree(self._base, ignore_errors=True)
             raise
 
@@ -119,10 +133,10 @@ class Sandbox:
             return []
 
     def set_clock(self, t):
-        tmp = self.path(CLOCK_FILE + ".new")
+        tmp = self._clock_path(CLOCK_FILE + ".new")
         with open(tmp, "w") as f:
             f.write(f"{int(t)}\n")
-        os.replace(tmp, self.path(CLOCK_FILE))  # the preload never sees a half-written file
+        os.replace(tmp, self._clock_path(CLOCK_FILE))  # the preload never sees a half-written file
 
     def stderr(self):
         try:
@@ -215,6 +229,7 @@ class Sandbox:
         if self._pidfd is not None:
             os.close(self._pidfd)
             self._pidfd = None
+        self._unmount()
         shutil.rmtree(self._base, ignore_errors=True)
 
     def __enter__(self):
@@ -225,9 +240,19 @@ class Sandbox:
 
     # ---- internals ---------------------------------------------------
 
+    def _clock_path(self, p):
+        return os.path.join(self._clock_dir, os.path.relpath(p, CLOCK_DIR))
+
+    def _unmount(self):
+        if self._mounted:
+            subprocess.run(["umount", self.root], check=True)
+            self._mounted = False
+
     def _build_root(self):
-        """Lays out the root directory; returns bwrap's read-only binds."""
+        """Lays out the root directory; returns bwrap's binds."""
         binds = []
+        os.mkdir(self._clock_dir)
+        binds += ["--bind", self._clock_dir, CLOCK_DIR]
 
         def mirror(host_dir, skip):
             os.makedirs(self.root + host_dir, exist_ok=True)
@@ -253,7 +278,7 @@ class Sandbox:
             if not binary.startswith("/usr/"):
                 binds += ["--ro-bind", binary, binary]
 
-        for d in ("run", "var", "usr/local", "fakebin", ".fakeclock"):
+        for d in ("run", "var", "usr/local", "fakebin", CLOCK_DIR[1:]):
             os.makedirs(os.path.join(self.root, d), exist_ok=True)
         os.symlink("../run", os.path.join(self.root, "var/run"))
         tmp = os.path.join(self.root, "tmp")
