@@ -38,6 +38,10 @@ struct client_usage_entry {
 
 // A zeroed entry's index, or CLIENT_NO_ENTRY when memory is exhausted.
 uint32_t client_pool_take();
+
+// Frees every entry. The daemon never does; a fuzzer does between inputs,
+// once no table is left.
+void client_pool_release();
 client_usage_entry *client_pool_entry(uint32_t index);
 
 // Sets the entry's address from its text, cut to 15 characters; a text

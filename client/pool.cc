@@ -76,6 +76,17 @@ client_pool_take()
 	return pool.used++;
 }
 
+void
+client_pool_release()
+{
+	for (uint32_t c = 0; c < pool.chunk_count; c++)
+		free(pool.chunks[c]);
+	free(pool.chunks);
+	pool = {};
+	odd_texts.clear();
+	odd_texts.shrink_to_fit();
+}
+
 bool
 client_parse_ip(const char *text, uint32_t *ip)
 {

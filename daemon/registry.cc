@@ -288,6 +288,22 @@ write_client_files(sw_vlan_entry *vlans)
 
 } // namespace
 
+void
+tally_sw_registry_free(sw_usage_registry *registry)
+{
+	sw_vlan_entry *vlans = registry->vlans;
+	for (sw_vlan_entry *e = vlans->next, *next; e != vlans; e = next) {
+		next = e->next;
+		client_usage_set_free(e->clients);
+		free(e->usage);
+		free(e);
+	}
+	for (sw_vlan_entry **page : registry->vlan_pages)
+		free(page);
+	free(vlans);
+	free(registry);
+}
+
 sw_usage_registry *
 tally_sw_usage_init()
 {

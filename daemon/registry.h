@@ -36,6 +36,10 @@ struct sw_usage_registry {
 // allocated.
 sw_usage_registry *tally_sw_usage_init();
 
+// Frees a registry and everything it owns but the client entries' pool.
+// The daemon never does: it keeps its registry for life; a fuzzer does.
+void tally_sw_registry_free(sw_usage_registry *registry);
+
 // One tick: statistics, usage records, history and totals files, client files.
 void tally_sw_usage_update(sw_usage_registry *registry);
 

@@ -13,14 +13,14 @@ lookup(void *context, int vlan)
 
 test_vlans::~test_vlans()
 {
-	for (client_usage_set *set : by_number)
-		client_usage_set_free(set);
+	for (auto &numbered : by_number)
+		client_usage_set_free(numbered.second);
 }
 
 client_usage_set *
 test_vlans::find_or_add(int vlan)
 {
-	client_usage_set *&set = by_number[static_cast<unsigned>(vlan)];
+	client_usage_set *&set = by_number[vlan];
 	if (set == nullptr) {
 		set = client_usage_set_new(vlan);
 		if (set != nullptr)

@@ -7,10 +7,11 @@
 #include "client/client.h"
 
 #include <ctime>
+#include <unordered_map>
 #include <vector>
 
 struct test_vlans {
-	std::vector<client_usage_set *> by_number = std::vector<client_usage_set *>(65536);
+	std::unordered_map<int, client_usage_set *> by_number;
 	std::vector<int> order;
 
 	test_vlans() = default;
@@ -20,7 +21,7 @@ struct test_vlans {
 
 	// Null when memory ran out.
 	client_usage_set *find_or_add(int vlan);
-	client_usage_set *find(int vlan) const { return by_number[static_cast<unsigned>(vlan)]; }
+	client_usage_set *find(int vlan) const { return by_number.at(vlan); }
 
 	// Reads the statistics file at path at clock now; false when it cannot
 	// be opened.

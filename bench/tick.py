@@ -1,0 +1,169 @@
+#!/usr/bin/python3
+"""The daemon's real tick, whole, in the sandbox: fed a statistics file of
+C clients over V VLANs (the agent simulator's), the clock marker set, ticks
+that close no period. Prints per scenario the instructions of a tick
+(callgrind, counting only the update cycle), the CPU time of a tick and the
+daemon's memory. --hostile VxC adds files of the same size as that
+scenario's that no agent writes, to compare their cost with it.
+
+Usage: bench/tick.py --daemon BUILD/tally --fakeclock BUILD/libtally_fakeclock.so
+                     --statgen HOST_BUILD/tally-statgen [--emulator "qemu-mips -L ..."]
+                     [--grid 1x50,16x1000] [--ticks N] [--hostile VxC] [--no-callgrind]
+"""
+
+import argparse
+import glob
+import os
+import re
+import statistics
+import struct
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "tools", "sandbox"))
+from sandbox import Sandbox  # noqa: E402
+
+STATS = "/var/run/sflow/stat.bin"
+START = 1795258200  # Sat 2026-11-21 10:50:00 UTC: ten minutes of ticks in one hour
+WARM_UP = 3  # a client's first sighting and first change only set baselines
+HEADER, HOST, RECORD = struct.Struct(">II"), struct.Struct(">6s2xII"), 168
+
+
+def agent(statgen, out, state, vlans, clients):
+    """The next interval of an agent with one station per client."""
+    argv = [statgen, "--out", out, "--state", state, "--hosts", clients, "--records-per-host", 1,
+            "--vlans", vlans, "--first-vlan", 1, "--rate", 3000]
+    subprocess.run([str(a) for a in argv], check=True, capture_output=True)
+
+
+def hostile(well_formed, kind):
+    """A file of the same size as well_formed that no agent writes."""
+    data = bytearray(well_formed)
+    hosts = HEADER.unpack_from(data)[1]
+    records_at = HEADER.size + hosts * HOST.size
+    records = (len(data) - records_at) // RECORD
+    for i in range(hosts):
+        at = HEADER.size + i * HOST.size
+        mac, count, offset = HOST.unpack_from(data, at)
+        if kind == "all claim all":
+            HOST.pack_into(data, at, mac, records, records_at)
+        elif kind == "each claims the rest":
+            HOST.pack_into(data, at, mac, 0xFFFFFFFF, offset)
+    if kind == "hosts everywhere":
+        struct.pack_into(">I", data, 4, 0xFFFFFFFF)
+    if kind == "noise":
+        data[8:] = bytes((i * 131 + 7) % 256 for i in range(len(data) - 8))
+    return bytes(data)
+
+
+def status_kib(pid, field):
+    with open(f"/proc/{pid}/status") as f:
+        return int(re.search(rf"^{field}:\s+(\d+)", f.read(), re.M)[1])
+
+
+def cpu_ns(pid):
+    with open(f"/proc/{pid}/schedstat") as f:
+        return int(f.read().split()[0])
+
+
+# Counts only inside the update cycle; the loop arms the alarm right after
+# each, so a dump there holds one tick (and the dump at the loop's other
+# alarm call holds nothing).
+CALLGRIND = ["valgrind", "--tool=callgrind", "--collect-atstart=no",
+             "--toggle-collect=*tally_sw_usage_update*", "--dump-before=alarm",
+             "--callgrind-out-file=/callgrind/out.%p"]
+
+
+def dumps(sb):
+    """The instructions of each update cycle, from callgrind's dumps."""
+    paths = glob.glob(sb.path("/callgrind/out.*.*"))
+    totals = []
+    for path in sorted(paths, key=lambda p: int(p.rsplit(".", 1)[1])):
+        with open(path) as f:
+            m = re.search(r"^summary: (\d+)", f.read(), re.M)
+        if m and int(m[1]):
+            totals.append(int(m[1]))
+    return totals
+
+
+def run(args, files, callgrind=False):
+    """Ticks the daemon over the statistics files that files() writes, one a
+    tick; returns the CPU ms and, under callgrind, the instructions of each
+    measured tick, and the daemon's memory in KiB."""
+    emulator = args.emulator.split() if args.emulator else None
+    with tempfile.TemporaryDirectory() as tmp, \
+            Sandbox(args.daemon, args.fakeclock, emulator, wrapper=CALLGRIND if callgrind else None,
+                    timeout=3600) as sb:
+        os.makedirs(sb.path("/callgrind"))
+        sb.start(START)
+        os.makedirs(sb.path("/var/run/sflow"), exist_ok=True)
+        open(sb.path("/var/run/ostra/time_initialized"), "w").close()
+        cpu = []
+        for n, write in enumerate(files(sb, tmp)):
+            write()
+            before = cpu_ns(sb.pid)
+            sb.tick(START + 30 * (n + 1))
+            if n >= WARM_UP:
+                cpu.append((cpu_ns(sb.pid) - before) / 1e6)
+        memory = {f: status_kib(sb.pid, f) for f in ("VmRSS", "VmHWM")}
+        assert sb.stop() == 0, sb.stderr()
+        return cpu, dumps(sb)[WARM_UP:], memory
+
+
+def agent_files(args, vlans, clients, spoil=None):
+    """The agent's intervals, each spoiled by spoil(data) if given."""
+    def files(sb, tmp):
+        def write():
+            agent(args.statgen, os.path.join(tmp, "stat.bin"), os.path.join(tmp, "agent"),
+                  vlans, clients)
+            with open(os.path.join(tmp, "stat.bin"), "rb") as f:
+                data = f.read()
+            with open(sb.path(STATS + ".new"), "wb") as f:
+                f.write(spoil(data) if spoil else data)
+            os.replace(sb.path(STATS + ".new"), sb.path(STATS))
+        for _ in range(WARM_UP + args.ticks):
+            yield write
+    return files
+
+
+def report(args, name, clients, files):
+    cpu, _, memory = run(args, files)
+    line = f"{name:>22} {clients:>8,} clients | {statistics.median(cpu):9.2f} ms/tick (CPU)"
+    if not args.no_callgrind and not args.emulator:
+        per_tick = statistics.median(run(args, files, callgrind=True)[1])
+        line += f" | {per_tick / 1e6:9.2f} M instr/tick {per_tick / clients:9,.0f} /client"
+    line += f" | RSS {memory['VmRSS']:,} KiB, peak {memory['VmHWM']:,} KiB"
+    print(line, flush=True)
+    return per_tick if not args.no_callgrind and not args.emulator else statistics.median(cpu)
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("--daemon", required=True)
+    ap.add_argument("--fakeclock", required=True)
+    ap.add_argument("--statgen", required=True, help="a tally-statgen that runs on this host")
+    ap.add_argument("--emulator", default=None)
+    ap.add_argument("--grid", default="1x50,16x1000,64x10000,1000x100000",
+                    help="scenarios of V VLANs and C clients; empty for none")
+    ap.add_argument("--ticks", type=int, default=5)
+    ap.add_argument("--hostile", metavar="VxC", default=None,
+                    help="also files of that scenario's size that no agent writes")
+    ap.add_argument("--no-callgrind", action="store_true")
+    args = ap.parse_args()
+
+    grid = [tuple(int(n) for n in point.split("x")) for point in args.grid.split(",") if point]
+    print(f"{'scenario':>22} {'':>17} | median of {args.ticks} ticks after {WARM_UP} to warm up")
+    for vlans, clients in grid:
+        report(args, f"{vlans}x{clients}", clients, agent_files(args, vlans, clients))
+    if args.hostile:
+        vlans, clients = (int(n) for n in args.hostile.split("x"))
+        cost = report(args, f"{vlans}x{clients}", clients, agent_files(args, vlans, clients))
+        for kind in ("all claim all", "each claims the rest", "hosts everywhere", "noise"):
+            files = agent_files(args, vlans, clients, lambda data, kind=kind: hostile(data, kind))
+            bad = report(args, kind, clients, files)
+            print(f"{'':>22} {'':>17} | {bad / cost:.2f} times the well-formed file's cost")
+
+
+if __name__ == "__main__":
+    main()
