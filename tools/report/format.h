@@ -1,6 +1,6 @@
-// The output formats of tally-report, each with one function per view.
-// They print to standard output and take the figures as read, in the order
-// given.
+// The output formats of tally-report: an aligned table, JSON, CSV and the
+// Prometheus text format, each with one function per view. They print to
+// standard output and take the figures as read, in the order given.
 #pragma once
 
 #include "tools/report/report.h"
@@ -27,3 +27,6 @@ struct report_format {
 };
 
 extern const report_format report_table;
+extern const report_format report_json;
+extern const report_format report_csv;
+extern const report_format report_prometheus;

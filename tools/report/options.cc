@@ -22,6 +22,8 @@ const char usage_text[] =
 	"\n"
 	"  --root DIR                 the tree to read [%s]\n"
 	"  --kib                      amounts in exact KiB, not in KiB, MiB, GiB, TiB\n"
+	"  --json, --csv              JSON or CSV, amounts in KiB\n"
+	"  --prometheus               Prometheus text format, amounts in bytes\n"
 	"  --counters NAME,NAME       names of the first and second counter\n"
 	"                             [first,second]\n"
 	"  --hour, --day, --month     the clients' period [--day]\n"
@@ -36,6 +38,9 @@ const char usage_text[] =
 enum option_id {
 	OPT_ROOT,
 	OPT_KIB,
+	OPT_JSON,
+	OPT_CSV,
+	OPT_PROMETHEUS,
 	OPT_COUNTERS,
 	OPT_HOUR,
 	OPT_DAY,
@@ -56,6 +61,9 @@ struct option_spec {
 const option_spec option_specs[] = {
 	{"--root", OPT_ROOT, true, false},
 	{"--kib", OPT_KIB, false, false},
+	{"--json", OPT_JSON, false, false},
+	{"--csv", OPT_CSV, false, false},
+	{"--prometheus", OPT_PROMETHEUS, false, false},
 	{"--counters", OPT_COUNTERS, true, false},
 	{"--hour", OPT_HOUR, false, true},
 	{"--day", OPT_DAY, false, true},
@@ -167,6 +175,15 @@ set_option(parse_state *s, const option_spec &spec, const char *value)
 	case OPT_KIB:
 		o->format = &report_table;
 		o->style.exact_kib = true;
+		break;
+	case OPT_JSON:
+		o->format = &report_json;
+		break;
+	case OPT_CSV:
+		o->format = &report_csv;
+		break;
+	case OPT_PROMETHEUS:
+		o->format = &report_prometheus;
 		break;
 	case OPT_COUNTERS:
 		if (!parse_counters(value, &o->style))
