@@ -7,6 +7,7 @@ import json
 import os
 import re
 import shutil
+import subprocess
 
 import pytest
 
@@ -16,6 +17,7 @@ from vlanfiles import KIB, set_clock_marker
 
 HERE = os.path.dirname(__file__)
 DOC = os.path.join(HERE, "..", "..", "docs", "report.md")
+MAN = os.path.join(HERE, "..", "..", "docs", "man", "tally-report.1")
 BLOCK = re.compile(r"```text command=tally-report((?: \S+)*)\n(.*?)```", re.S)
 ROOT = "/var/run/ostra/tally_sw_usage"
 REPORT = "tally-report"
@@ -203,6 +205,17 @@ def test_help_is_the_usage_on_standard_output(run_tool):
     done = run_tool(REPORT, "daily", "--help")
     assert (done.returncode, done.stderr) == (0, "")
     assert run_tool(REPORT, "--root").stderr == "tally-report: --root wants a value\n" + done.stdout
+
+
+def test_the_manual_page_is_clean_and_every_option_is_documented(run_tool):
+    lint = subprocess.run(["mandoc", "-T", "lint", MAN], capture_output=True, text=True)
+    assert (lint.returncode, lint.stdout, lint.stderr) == (0, "", "")
+    page = subprocess.run(["mandoc", "-T", "markdown", MAN], capture_output=True, text=True, check=True).stdout
+    with open(DOC) as f:
+        doc = f.read()
+    options = set(re.findall(r"--[a-z]+", run_tool(REPORT, "--help").stdout))
+    assert len(options) == 13
+    assert [o for o in sorted(options) if o not in page or o not in doc] == []
 
 
 def planted(tree, copy, edits):
