@@ -1,10 +1,13 @@
-"""tally-report over the run-time tree that the daemon wrote in the sandbox:
-the examples of docs/report.md are its real output, its JSON agrees with
-the files, clients are sorted and filtered, and missing parts, usage
-errors and malformed lines end as documented."""
+"""tally-report over the run-time tree that the daemon wrote in the sandbox,
+and over damaged copies of it: the examples of docs/report.md are its real
+output, every format shows what the files hold, clients are sorted and
+filtered, and missing parts, usage errors and malformed lines end as
+documented."""
 
+import ipaddress
 import json
 import os
+import random
 import re
 import shutil
 import subprocess
@@ -22,6 +25,7 @@ BLOCK = re.compile(r"```text command=tally-report((?: \S+)*)\n(.*?)```", re.S)
 ROOT = "/var/run/ostra/tally_sw_usage"
 REPORT = "tally-report"
 MIB, GIB = 1024 * KIB, 1024 * 1024 * KIB
+HISTORIES = {"hour": "hourly", "day": "daily", "month": "monthly"}
 
 T0 = 1793484000  # Sat 2026-10-31 22:00:00 UTC
 # 22:30 and 23:30, then 00:30 and 01:30 on 1 November, which closes
@@ -84,6 +88,41 @@ def report(tree, run_tool):
     return run
 
 
+def planted(tree, copy, edits):
+    """A copy of the tree at copy, with {name: text, or None to remove it}."""
+    shutil.copytree(tree, copy)
+    for name, text in edits.items():
+        path = copy / name
+        if text is None:
+            shutil.rmtree(path) if path.is_dir() else path.unlink()
+        else:
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+    return copy
+
+
+@pytest.fixture(scope="module")
+def damaged(tree, tmp_path_factory):
+    """A copy of the tree in which VLAN 20's running day is malformed,
+    VLAN 110's files stand still at a closed hour, its monthly file and its
+    hours' client files are gone, VLAN 10's daily client files have files
+    beside them that are none, and some directories are no VLANs."""
+    with open(f"{tree}/10/110/sw_vlan/sw_usage_hourly.csv") as f:
+        closed_hours = f.read().split("\n", 1)[1]
+    return planted(tree, tmp_path_factory.mktemp("damaged") / "tree", {
+        "20/20/sw_vlan/sw_usage_daily.csv": "2026-11-02,1x,2\n2026-11-01,4,2\n",
+        "10/110/sw_vlan/sw_usage_hourly.csv": closed_hours,
+        "10/110/sw_vlan/sw_usage_monthly.csv": None,
+        "10/110/sw_client/sw_client_usage_hourly": None,
+        **{f"10/10/sw_client/sw_client_usage_daily/{name}": "10.0.10.9,1,1,,0\n"
+           for name in ("2026-11-03-01.csv", "2026-11-09.csv.tmp", "2026-11-1.csv", "zz.csv")},
+        # One in another's directory, one without sw_vlan, one named as no number prints.
+        "20/110/sw_vlan/sw_usage_hourly.csv": "",
+        "7/7/sw_client/x": "",
+        "10/010/sw_vlan/sw_usage_hourly.csv": "",
+    })
+
+
 def lines(path):
     with open(path) as f:
         return f.read().splitlines()
@@ -100,43 +139,39 @@ def test_every_example_of_the_report_page_is_real_output(report):
             json.loads(done.stdout)
 
 
-def usage(period, first, second, start, end=None):
-    u = {"start": start, "first_kib": int(first), "second_kib": int(second)}
-    if end is not None:
-        u["end"] = end
-    return u
+def parse_usage(line):
+    """A line of a period file as the JSON shows it."""
+    start, *end, first, second = line.split(",")
+    return {"start": start, **({"end": end[0]} if end else {}), "first_kib": int(first), "second_kib": int(second)}
 
 
-def parse_usage(line, period):
-    fields = line.split(",")
-    return usage(period, *fields[-2:], fields[0], fields[1] if period == "month" else None)
+def parse_client(line):
+    """A line of a client file as the JSON shows it."""
+    ip, first, second, mac, tag = line.split(",")
+    return {"ip": ip, "mac": mac or None, "tag": int(tag), "first_kib": int(first), "second_kib": int(second)}
 
 
 def test_json_holds_what_the_files_hold(tree, report):
-    periods = ("hour", "day", "month")
     vlan_files = [f"{tree}/{v % 100}/{v}/sw_vlan/sw_usage_{{}}.csv" for v in (10, 20, 110)]
     totals_file = f"{tree}/sw_usage_{{}}_total.csv"
     summary = json.loads(report("--json").stdout)
-    running = [{p: parse_usage(lines(pattern.format(h))[0], p)
-                for p, h in zip(periods, ("hourly", "daily", "monthly"))}
+    running = [{p: parse_usage(lines(pattern.format(history))[0]) for p, history in HISTORIES.items()}
                for pattern in vlan_files + [totals_file]]
     assert [v.pop("vlan") for v in summary["vlans"]] == [10, 20, 110]
     assert summary["vlans"] + [summary["total"]] == running
 
     for vlan, pattern in ((10, vlan_files[0]), (None, totals_file)):
-        for period, history in zip(periods, ("hourly", "daily", "monthly")):
+        for history in HISTORIES.values():
             shown = json.loads(report(history, *([vlan] if vlan else []), "--json").stdout)
             assert (shown["vlan"], shown["periods"]) == (
-                vlan, [parse_usage(line, period) for line in lines(pattern.format(history))])
+                vlan, [parse_usage(line) for line in lines(pattern.format(history))])
 
     for period, newest in (("hour", "2026-11-02-09"), ("day", "2026-11-02"), ("month", "2026-11-01")):
         shown = json.loads(report("clients", 20, f"--{period}", "--json").stdout)
-        folder = f"{tree}/20/20/sw_client/sw_client_usage_{period.replace('day', 'dai')}ly"
+        folder = f"{tree}/20/20/sw_client/sw_client_usage_{HISTORIES[period]}"
         assert (shown["start"], sorted(os.listdir(folder))[-1]) == (newest, newest + ".csv")
-        assert sorted((c["ip"], c["first_kib"], c["second_kib"], c["mac"] or "", str(c["tag"]))
-                      for c in shown["clients"]) == sorted(
-            tuple(int(x) if i in (1, 2) else x for i, x in enumerate(line.split(",")))
-            for line in lines(f"{folder}/{newest}.csv"))
+        in_file = [parse_client(line) for line in lines(f"{folder}/{newest}.csv")]
+        assert sorted(shown["clients"], key=lambda c: c["ip"]) == sorted(in_file, key=lambda c: c["ip"])
 
 
 @pytest.mark.parametrize("args, shown", [
@@ -145,6 +180,8 @@ def test_json_holds_what_the_files_hold(tree, report):
     (("--sort=second", "--top", "2"), ["10.0.10.2", "10.0.10.1"]),
     (("--counters", "rx,tx", "--sort", "second", "--top=1"), ["10.0.10.2"]),
     (("--client", "10.0.10.3"), ["10.0.10.3"]),
+    (("--client", "10.0.10.3/32"), ["10.0.10.3"]),
+    (("--client", "0.0.0.0/0", "--sort", "first"), ["10.0.10.1", "10.0.10.2", "10.0.10.3"]),
     (("--client", "10.0.10.0/31"), ["10.0.10.1"]),
     (("--client", "10.0.10.2/30", "--sort", "first"), ["10.0.10.1", "10.0.10.2", "10.0.10.3"]),
     (("--client", "02:00:00:00:10:0a"), []),
@@ -159,6 +196,9 @@ def test_clients_are_sorted_filtered_and_cut(report, args, shown):
 
 @pytest.mark.parametrize("root, args, message", [
     ("{tree}/none", (), "no usage tree at {tree}/none"),
+    ("{damaged}", ("monthly", 110),
+     "cannot read {damaged}/10/110/sw_vlan/sw_usage_monthly.csv: No such file or directory"),
+    ("{damaged}", ("clients", 110, "--hour"), "VLAN 110 has no client files for any hour"),
     ("{tree}/10/10/sw_vlan/sw_usage_daily.csv", ("hourly",),
      "no usage tree at {tree}/10/10/sw_vlan/sw_usage_daily.csv"),
     ("{tree}", ("hourly", 30), "no VLAN 30 in {tree}"),
@@ -167,9 +207,10 @@ def test_clients_are_sorted_filtered_and_cut(report, args, shown):
     ("{tree}", ("clients", 10, "2026-11-01-02"), "VLAN 10 has no client file for the hour 2026-11-01-02"),
     ("{tree}", ("clients", 10, "--month", "2026-11-02"), "VLAN 10 has no client file for the month 2026-11-02"),
 ])
-def test_what_is_missing_is_named_and_exits_1(tree, report, root, args, message):
-    done = report(*args, root=root.format(tree=tree))
-    assert (done.returncode, done.stdout, done.stderr) == (1, "", f"tally-report: {message.format(tree=tree)}\n")
+def test_what_is_missing_is_named_and_exits_1(tree, damaged, report, root, args, message):
+    done = report(*args, root=root.format(tree=tree, damaged=damaged))
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == f"tally-report: {message.format(tree=tree, damaged=damaged)}\n"
 
 
 @pytest.mark.parametrize("args, message", [
@@ -218,19 +259,6 @@ def test_the_manual_page_is_clean_and_every_option_is_documented(run_tool):
     assert [o for o in sorted(options) if o not in page or o not in doc] == []
 
 
-def planted(tree, copy, edits):
-    """A copy of the tree at copy, with {name: text, or None to remove it}."""
-    shutil.copytree(tree, copy)
-    for name, text in edits.items():
-        path = copy / name
-        if text is None:
-            path.unlink()
-        else:
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_text(text)
-    return copy
-
-
 HOURLY_10 = "10/10/sw_vlan/sw_usage_hourly.csv"
 CLIENTS_10 = "10/10/sw_client/sw_client_usage_daily/2026-11-02.csv"
 
@@ -259,22 +287,11 @@ def test_a_malformed_line_is_skipped_with_a_warning(tree, report, tmp_path, args
     assert (done.returncode, done.stdout) == (0, report(*args, "--csv").stdout)
 
 
-def test_the_summary_shows_what_it_can_of_a_damaged_tree(tree, report, tmp_path):
-    with open(f"{tree}/10/110/sw_vlan/sw_usage_hourly.csv") as f:
-        closed_hours = f.read().split("\n", 1)[1]
-    copy = planted(tree, tmp_path / "tree", {
-        "20/20/sw_vlan/sw_usage_daily.csv": "2026-11-02,1x,2\n2026-11-01,4,2\n",
-        "10/110/sw_vlan/sw_usage_hourly.csv": closed_hours,
-        "10/110/sw_vlan/sw_usage_monthly.csv": None,
-        # Not VLANs: one in another's directory, one without sw_vlan, one named as no number prints.
-        "20/110/sw_vlan/sw_usage_hourly.csv": "",
-        "7/7/sw_client/x": "",
-        "10/010/sw_vlan/sw_usage_hourly.csv": "",
-    })
-    done = report(root=copy)
+def test_the_summary_shows_what_it_can_of_a_damaged_tree(report, damaged):
+    done = report(root=damaged)
     assert done.returncode == 0
-    assert done.stderr == (f"tally-report: {copy}/20/20/sw_vlan/sw_usage_daily.csv:1: malformed line skipped\n"
-                           f"tally-report: cannot read {copy}/10/110/sw_vlan/sw_usage_monthly.csv: "
+    assert done.stderr == (f"tally-report: {damaged}/20/20/sw_vlan/sw_usage_daily.csv:1: malformed line skipped\n"
+                           f"tally-report: cannot read {damaged}/10/110/sw_vlan/sw_usage_monthly.csv: "
                            "No such file or directory\n")
     assert done.stdout == """\
            hour 2026-11-02-09          day 2026-11-02         month 2026-11-01
@@ -284,6 +301,22 @@ VLAN        first      second       first      second        first      second
 110    400.00 GiB   50.00 GiB  400.00 GiB   50.00 GiB            -           -  hour 2026-11-01-01
 total  402.34 GiB   50.46 GiB  402.34 GiB   50.46 GiB     1.18 TiB  151.38 GiB
 """
+
+
+def test_the_clients_period_is_the_newest_file_named_by_a_date(report, damaged):
+    assert report("clients", 10, root=damaged).stdout == report("clients", 10).stdout
+
+
+def test_many_clients_with_equal_figures_come_by_address(tree, report, tmp_path):
+    # 10.0.0.9 before 10.0.0.10: addresses compare as numbers, not as text.
+    clients = [(f"10.0.{n >> 8}.{n & 255}", n % 7, n % 3) for n in range(1, 50001)]
+    random.Random(7).shuffle(clients)
+    text = "".join(f"{ip},{first},{second},,0\n" for ip, first, second in clients)
+    copy = planted(tree, tmp_path / "tree", {CLIENTS_10: text})
+    clients.sort(key=lambda c: (-c[1] - c[2], ipaddress.IPv4Address(c[0])))
+    done = report("clients", 10, "--csv", root=copy)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines()[1:] == [f"{ip},{first},{second},,0" for ip, first, second in clients]
 
 
 def test_amounts_take_the_largest_unit_that_keeps_them_under_1024(tree, report, tmp_path):
@@ -305,3 +338,73 @@ day                   first  second              sum
 """
     assert report("daily", "--kib", root=copy).stdout.splitlines()[-1] == (
         "2026-10-23  18014398509481983 KiB   8 KiB  18014398509481991 KiB")
+
+
+SAMPLE = re.compile(r'(tally_[a-z_]+)\{((?:[a-z]+="[^"]*",)*counter="[^"]*")\} (\d+)')
+
+
+def prometheus_samples(text):
+    """{(metric, labels): bytes} of a text exposition whose families each
+    come with HELP and TYPE gauge, with no series twice."""
+    samples, family = {}, None
+    for line in text.splitlines():
+        words = line.split(" ", 3)
+        if words[:2] == ["#", "HELP"]:
+            family = words[2]
+        elif words[:2] == ["#", "TYPE"]:
+            assert words[2:] == [family, "gauge"], line
+        else:
+            m = SAMPLE.fullmatch(line)
+            assert m and m[1] == family, line
+            key = (m[1], tuple(re.findall(r'([a-z]+)="([^"]*)"', m[2])))
+            assert key not in samples, line
+            samples[key] = int(m[3])
+    return samples
+
+
+def expected(shown):
+    """The CSV rows and the Prometheus samples that show the figures of a
+    JSON view, the counters named rx and tx."""
+    rows, series = [], []  # series: (metric, labels but counter, figures)
+    view = shown["view"]
+
+    def kib(u):
+        return [str(u["first_kib"]), str(u["second_kib"])]
+
+    if view == "summary":
+        for v in shown["vlans"] + [dict(shown["total"], vlan=None)]:
+            scope = (("vlan", str(v["vlan"])),) if v["vlan"] else ()
+            row = [str(v["vlan"] or "total")]
+            for p in ("hour", "day", "month"):
+                u, dates = v[p], 2 if p == "month" else 1
+                row += [u["start"], u.get("end")][:dates] + kib(u) if u else [""] * (dates + 2)
+                if u:
+                    series.append((f"tally_{'vlan' if scope else 'total'}_usage_bytes", scope + (("period", p),), u))
+            rows.append(row)
+    elif view == "clients":
+        scope = (("vlan", str(shown["vlan"])), ("period", shown["period"]), ("start", shown["start"]))
+        for c in shown["clients"]:
+            mac, tag = c["mac"] or "", str(c["tag"])
+            rows.append([c["ip"]] + kib(c) + [mac, tag])
+            series.append(("tally_client_usage_bytes", scope + (("ip", c["ip"]), ("mac", mac), ("tag", tag)), c))
+    else:
+        scope = (("vlan", str(shown["vlan"])),) if shown["vlan"] else ()
+        period = next(p for p, history in HISTORIES.items() if history == view)
+        for u in shown["periods"]:
+            rows.append([u["start"]] + ([u["end"]] if "end" in u else []) + kib(u))
+            series.append((f"tally_{'vlan' if scope else 'total'}_history_bytes",
+                           scope + (("period", period), ("start", u["start"])), u))
+    samples = {(metric, labels + (("counter", name),)): u[key] * 1024
+               for metric, labels, u in series for name, key in (("rx", "first_kib"), ("tx", "second_kib"))}
+    return [",".join(row) for row in rows], samples
+
+
+@pytest.mark.parametrize("view", [(), ("hourly", 10), ("monthly",), ("daily", 110), ("clients", 10, "--hour"),
+                                  ("clients", 20, "--month", "2026-10-01")])
+def test_json_csv_and_prometheus_show_the_same_figures(report, damaged, view):
+    names = ("--counters", "rx,tx")
+    shown = json.loads(report(*view, "--json", *names, root=damaged).stdout)
+    header, *rows = report(*view, "--csv", *names, root=damaged).stdout.splitlines()
+    samples = prometheus_samples(report(*view, "--prometheus", *names, root=damaged).stdout)
+    assert shown["counters"] == ["rx", "tx"] and "rx_kib,tx_kib" in header.replace("hour_", "")
+    assert len(rows) >= 2 and (rows, samples) == expected(shown)
