@@ -249,9 +249,10 @@ def test_help_is_the_usage_on_standard_output(run_tool):
 
 
 def test_the_manual_page_is_clean_and_every_option_is_documented(run_tool):
-    lint = subprocess.run(["mandoc", "-T", "lint", MAN], capture_output=True, text=True)
+    lint = subprocess.run(["mandoc", "-T", "lint", MAN], capture_output=True, text=True, timeout=60)
     assert (lint.returncode, lint.stdout, lint.stderr) == (0, "", "")
-    page = subprocess.run(["mandoc", "-T", "markdown", MAN], capture_output=True, text=True, check=True).stdout
+    page = subprocess.run(["mandoc", "-T", "markdown", MAN], capture_output=True, text=True, check=True,
+                          timeout=60).stdout
     with open(DOC) as f:
         doc = f.read()
     options = set(re.findall(r"--[a-z]+", run_tool(REPORT, "--help").stdout))
