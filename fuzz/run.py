@@ -34,7 +34,7 @@ def sandboxed(root, work, binary):
 
 
 def main():
-    binary, seconds, work = os.path.realpath(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
+    binary, seconds, work = os.path.realpath(sys.argv[1]), int(sys.argv[2]), os.path.realpath(sys.argv[3])
     name = os.path.basename(binary).removeprefix("fuzz_")
     corpus, seed_dir = os.path.join(work, "corpus"), os.path.join(work, "seeds")
     for d in (corpus, seed_dir):
@@ -47,7 +47,7 @@ def main():
         os.symlink("../run", os.path.join(root, "var/run"))
         args = [binary, f"-max_total_time={seconds}", "-print_final_stats=1",
                 "-rss_limit_mb=1024", f"-artifact_prefix={work}/", corpus, seed_dir]
-        done = subprocess.run(sandboxed(root, os.path.realpath(work), binary) + args,
+        done = subprocess.run(sandboxed(root, work, binary) + args,
                               capture_output=True, text=True)
     finally:
         shutil.rmtree(root, ignore_errors=True)
