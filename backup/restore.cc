@@ -14,6 +14,7 @@
 #include "daemon/base/paths.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 
 namespace {
 
@@ -24,12 +25,12 @@ read_bytes(const char *text, char **end)
 	return strtoull(text, end, 10);
 }
 
-FILE *
-open_backup(int vlan, const char *name)
+bool
+open_backup(in_file *in, int vlan, const char *name)
 {
 	char path[256];
 	layout_vlan_path(path, sizeof path, BACKUP_ROOT, vlan, VLAN_DIR, name);
-	return fopen(path, "r");
+	return in_open(in, path);
 }
 
 bool
@@ -44,13 +45,13 @@ same_period(const struct tm &a, const struct tm &b, bool day)
 void
 restore_ring(wu_usage *wu, const wu_period &period)
 {
-	FILE *f = open_backup(wu->vlan, period.backup);
-	if (f == nullptr)
+	in_file f;
+	if (!open_backup(&f, wu->vlan, period.backup))
 		return;
 	struct tm start = {}, previous = {};
 	wu_pair usage = {0, 0};
 	char line[256];
-	if (fgets(line, sizeof line, f) != nullptr) {
+	if (in_line(&f, line)) {
 		wu_parse_line(line, period.date_format, &start, nullptr, read_bytes, &usage);
 		wu->*period.usage = usage;
 		wu->*period.time = local_mktime(&start);
@@ -59,7 +60,7 @@ restore_ring(wu_usage *wu, const wu_period &period)
 	wu_ring ring = period.ring(wu);
 	*ring.head = 0;
 	*ring.tail = 0;
-	while (fgets(line, sizeof line, f) != nullptr) {
+	while (in_line(&f, line)) {
 		wu_parse_line(line, period.date_format, &start, nullptr, read_bytes, &usage);
 		if (same_period(start, previous, period.day))
 			continue;
@@ -67,7 +68,7 @@ restore_ring(wu_usage *wu, const wu_period &period)
 			break;
 		previous = start;
 	}
-	fclose(f);
+	in_close(&f);
 	period.write_history(wu);
 }
 
@@ -76,13 +77,13 @@ restore_ring(wu_usage *wu, const wu_period &period)
 void
 restore_months(wu_usage *wu)
 {
-	FILE *f = open_backup(wu->vlan, MONTHLY_BACKUP);
-	if (f == nullptr)
+	in_file f;
+	if (!open_backup(&f, wu->vlan, MONTHLY_BACKUP))
 		return;
 	struct tm start = {}, end = {}, previous = {};
 	wu_pair usage = {0, 0};
 	char line[256];
-	if (fgets(line, sizeof line, f) != nullptr) {
+	if (in_line(&f, line)) {
 		wu_parse_line(line, DAY_DATE_FORMAT, &start, &end, read_bytes, &usage);
 		wu->month_start = local_mktime(&start);
 		wu->update_time = local_mktime(&end);
@@ -91,20 +92,22 @@ restore_months(wu_usage *wu)
 	}
 	char path[256];
 	wu_vlan_path(path, sizeof path, wu->vlan, MONTHLY_HISTORY);
-	FILE *history = fopen(path, "w");
-	if (history == nullptr) {
-		fclose(f);
+	int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+	if (fd < 0) {
+		in_close(&f);
 		return;
 	}
-	while (fgets(line, sizeof line, f) != nullptr) {
+	out_file history;
+	out_start(&history, fd);
+	while (in_line(&f, line)) {
 		wu_parse_line(line, DAY_DATE_FORMAT, &start, &end, read_bytes, &usage);
 		if (start.tm_year == previous.tm_year && start.tm_mon == previous.tm_mon)
 			continue;
 		previous = start;
-		wu_print_month_line(history, &start, &end, usage.first >> 10, usage.second >> 10);
+		wu_print_month_line(&history, &start, &end, usage.first >> 10, usage.second >> 10);
 	}
-	fclose(history);
-	fclose(f);
+	(void)out_finish(&history);
+	in_close(&f);
 }
 
 } // namespace

@@ -22,14 +22,14 @@ replace_backup(const wu_usage *wu, const char *name, Fill fill)
 int
 backup_ring(wu_usage *wu, const wu_period &period)
 {
-	return replace_backup(wu, period.backup, [&](FILE *f) {
+	return replace_backup(wu, period.backup, [&](out_file *o) {
 		struct tm tm;
 		localtime_r(&(wu->*period.time), &tm);
 		const wu_pair &running = wu->*period.usage;
-		period.print_line(f, &tm, running.first, running.second);
+		period.print_line(o, &tm, running.first, running.second);
 		wu_ring_walk(period.ring(wu), [&](uint32_t, const wu_slot &slot) {
 			struct tm start = wu_start_tm(slot.start_tm);
-			period.print_line(f, &start, slot.usage.first, slot.usage.second);
+			period.print_line(o, &start, slot.usage.first, slot.usage.second);
 			return true;
 		});
 	});
@@ -54,23 +54,23 @@ create_backup_daily(wu_usage *wu)
 int
 create_backup_monthly(wu_usage *wu)
 {
-	return replace_backup(wu, MONTHLY_BACKUP, [wu](FILE *f) {
+	return replace_backup(wu, MONTHLY_BACKUP, [wu](out_file *o) {
 		struct tm start, end;
 		localtime_r(&wu->month_start, &start);
 		localtime_r(&wu->update_time, &end);
-		wu_print_month_line(f, &start, &end, wu->month_usage.first, wu->month_usage.second);
+		wu_print_month_line(o, &start, &end, wu->month_usage.first, wu->month_usage.second);
 
 		char history[256];
 		wu_vlan_path(history, sizeof history, wu->vlan, MONTHLY_HISTORY);
-		FILE *in = fopen(history, "r");
-		if (in == nullptr)
+		in_file in;
+		if (!in_open(&in, history))
 			return;
 		char line[256];
 		uint64_t first = 0, second = 0;
-		while (fgets(line, sizeof line, in) != nullptr) {
+		while (in_line(&in, line)) {
 			wu_parse_month_line(line, &start, &end, &first, &second);
-			wu_print_month_line(f, &start, &end, first << 10, second << 10);
+			wu_print_month_line(o, &start, &end, first << 10, second << 10);
 		}
-		fclose(in);
+		in_close(&in);
 	});
 }

@@ -31,6 +31,10 @@ struct client_usage_table {
 	uint32_t count;
 	uint32_t small_heads[1u << CLIENT_SMALL_HEAD_BITS];
 	uint32_t unwritten; // took records since its file was last written
+	// The entries in the order the client files list them, which changes
+	// only when entries are added: the first ordered entries.
+	uint32_t *order;
+	uint32_t ordered;
 };
 
 // A VLAN's three tables, indexed by client_period. The hourly table's tick
@@ -69,7 +73,7 @@ struct client_vlan_lookup {
 // The statistics file of one tick: opened (false when it cannot be), read
 // into the VLANs' tables, then closed.
 struct client_stats {
-	FILE *file;
+	int fd;
 };
 
 bool client_stats_open(client_stats *stats, const char *path);

@@ -5,6 +5,7 @@
 #include "daemon/base/fs.h"
 #include "daemon/base/layout.h"
 
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -12,13 +13,30 @@ namespace {
 constexpr int dir_limits[3] = {24, 32, 60}; // files kept: hours, days, months
 constexpr int name_list_flag = 2;
 
+constexpr size_t client_line_max = 16 + 4 * TEXT_FIELD_MAX; // address, then the rest
+
+// address,first KiB,second KiB,MAC,tag: the tag as a signed int, since a
+// line restored from an edited file may have made it negative.
 void
-print_client(FILE *f, const client_usage_entry *e)
+print_client(out_file *o, const client_usage_entry *e)
 {
-	char ip[16], mac[20];
-	fprintf(f, "%s,%lld,%lld,%s,%d\n", client_usage_ip_text(e, ip),
-		static_cast<long long>(e->acc_first >> 10), static_cast<long long>(e->acc_second >> 10),
-		ull2mac(e->mac, mac, sizeof mac), static_cast<int>(e->tag));
+	char *p = out_room(o, client_line_max);
+	if (e->odd_text) {
+		char ip[16];
+		p = stpcpy(p, client_usage_ip_text(e, ip));
+	} else {
+		p = text_ip(p, e->ip);
+	}
+	*p++ = ',';
+	p = text_u64(p, e->acc_first >> 10);
+	*p++ = ',';
+	p = text_u64(p, e->acc_second >> 10);
+	*p++ = ',';
+	p = text_mac(p, e->mac);
+	*p++ = ',';
+	p = text_i64(p, static_cast<int32_t>(e->tag));
+	*p++ = '\n';
+	out_commit(o, p);
 }
 
 } // namespace
@@ -31,14 +49,14 @@ client_usage_write_table(client_usage_table *t, int vlan, const char *root, cons
 	struct tm local, start;
 	localtime_r(&t->update_time, &local);
 	client_period_start(t->period, &local, &start);
-	char name[32], path[256];
-	client_file_name(name, sizeof name, t->period, &start);
+	char name[CLIENT_FILE_NAME_MAX], path[256];
+	client_file_name(name, t->period, &start);
 	layout_vlan_path(path, sizeof path, root, vlan, sw_usage_dir[t->period], name);
-	replace_status status = replace_file(tmp, path, [t](FILE *f) {
+	replace_status status = replace_file(tmp, path, [t](out_file *o) {
 		static std::vector<const client_usage_entry *> listed;
 		client_usage_listed(t, &listed);
 		for (const client_usage_entry *e : listed)
-			print_client(f, e);
+			print_client(o, e);
 		return !listed.empty();
 	});
 	if (status == REPLACE_DONE)

@@ -36,13 +36,28 @@ struct client_usage_entry {
 
 // ---- The entry pool (pool.cc): entries of all tables, never freed ------
 
+constexpr uint32_t CLIENT_CHUNK_BITS = 10; // entries per pool chunk: 1024, 56 KiB
+
+struct client_entry_pool {
+	client_usage_entry **chunks;
+	uint32_t chunk_count;
+	uint32_t used;
+};
+
+extern client_entry_pool client_pool;
+
+inline client_usage_entry *
+client_pool_entry(uint32_t index)
+{
+	return &client_pool.chunks[index >> CLIENT_CHUNK_BITS][index & ((1u << CLIENT_CHUNK_BITS) - 1)];
+}
+
 // A zeroed entry's index, or CLIENT_NO_ENTRY when memory is exhausted.
 uint32_t client_pool_take();
 
 // Frees every entry. The daemon never does; a fuzzer does between inputs,
 // once no table is left.
 void client_pool_release();
-client_usage_entry *client_pool_entry(uint32_t index);
 
 // Sets the entry's address from its text, cut to 15 characters; a text
 // that is not the dotted form of its number is kept aside for the files.
@@ -80,8 +95,7 @@ void client_usage_close_period(client_usage_table *table);
 
 // The entries a client file lists, in the file's order: touched, with at
 // least 1 KiB in either counter, by address modulo 8191 and newest first.
-void client_usage_listed(const client_usage_table *table,
-			 std::vector<const client_usage_entry *> *out);
+void client_usage_listed(client_usage_table *table, std::vector<const client_usage_entry *> *out);
 
 // ---- Client files (files.cc) -----------------------------------------------
 
@@ -98,7 +112,7 @@ void read_client_backup_usage(const struct tm *when, client_usage_table *table,
 			      int period, int mode);
 
 // The lines of a client file, as read_client_backup_usage takes them.
-void client_usage_restore_lines(client_usage_table *table, FILE *f, int mode);
+void client_usage_restore_lines(client_usage_table *table, in_file *in, int mode);
 
 // ---- MAC numbers (mac.cc) ------------------------------------------------
 
@@ -122,7 +136,8 @@ bool client_period_start(uint32_t period, struct tm *tm, struct tm *start);
 
 // The file of a period that begins at start: its date, "%Y-%m-%d-%H" for
 // hours and "%Y-%m-%d" otherwise, and ".csv".
-void client_file_name(char *name, size_t size, uint32_t period, const struct tm *start);
+constexpr size_t CLIENT_FILE_NAME_MAX = TEXT_FIELD_MAX + 5;
+void client_file_name(char name[CLIENT_FILE_NAME_MAX], uint32_t period, const struct tm *start);
 
 // Closes the table's period when start begins a new one.
 void client_usage_fixup(client_usage_table *table, int vlan, time_t start);

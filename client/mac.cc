@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -43,14 +44,12 @@ mac2ull(const char *text)
 char *
 ull2mac(uint64_t value, char *buffer, size_t size)
 {
-	if (value == 0) {
-		if (size > 0)
-			buffer[0] = '\0';
-		return buffer;
+	char text[TEXT_FIELD_MAX];
+	size_t n = static_cast<size_t>(text_mac(text, value) - text);
+	if (size > 0) {
+		n = n < size - 1 ? n : size - 1;
+		memcpy(buffer, text, n);
+		buffer[n] = '\0';
 	}
-	snprintf(buffer, size, "%02X:%02X:%02X:%02X:%02X:%02X",
-		 static_cast<unsigned>(value >> 40 & 0xff), static_cast<unsigned>(value >> 32 & 0xff),
-		 static_cast<unsigned>(value >> 24 & 0xff), static_cast<unsigned>(value >> 16 & 0xff),
-		 static_cast<unsigned>(value >> 8 & 0xff), static_cast<unsigned>(value & 0xff));
 	return buffer;
 }

@@ -5,6 +5,8 @@
 #include "daemon/base/layout.h"
 #include "daemon/base/paths.h"
 
+#include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -61,11 +63,10 @@ get_month(struct tm *in, struct tm *out)
 }
 
 void
-client_file_name(char *name, size_t size, uint32_t period, const struct tm *start)
+client_file_name(char name[CLIENT_FILE_NAME_MAX], uint32_t period, const struct tm *start)
 {
-	char date[16];
-	strftime(date, sizeof date, cal_date_format(static_cast<cal_period>(period)), start);
-	snprintf(name, size, "%s.csv", date);
+	char *end = text_date(name, start, period == CLIENT_HOURLY);
+	memcpy(end, ".csv", 5);
 }
 
 client_tick
@@ -111,13 +112,13 @@ client_usage_fixup(client_usage_table *table, int vlan, time_t start)
 	if (table->unwritten)
 		(void)client_usage_write_table(table, vlan, RUN_ROOT, TMP_CLIENT_FILE);
 	client_usage_close_period(table);
-	char name[32], path[256];
-	client_file_name(name, sizeof name, table->period, &start_tm);
+	char name[CLIENT_FILE_NAME_MAX], path[256];
+	client_file_name(name, table->period, &start_tm);
 	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, sw_usage_dir[table->period], name);
-	FILE *f = fopen(path, "r");
-	if (f == nullptr)
+	int fd = open(path, O_RDONLY | O_CLOEXEC);
+	if (fd < 0)
 		return;
-	fclose(f);
+	(void)close(fd);
 	read_client_backup_usage(&start_tm, table, static_cast<int>(table->period),
 				 access(CLOCK_MARKER, R_OK) == 0 ? 1 : 0);
 }

@@ -11,16 +11,9 @@
 
 namespace {
 
-constexpr uint32_t chunk_bits = 10; // entries per pool chunk: 1024, 56 KiB
+constexpr uint32_t chunk_bits = CLIENT_CHUNK_BITS;
 constexpr uint32_t chunk_mask = (1u << chunk_bits) - 1;
 
-struct entry_pool {
-	client_usage_entry **chunks;
-	uint32_t chunk_count;
-	uint32_t used;
-};
-
-entry_pool pool;
 
 // Address texts that are not the dotted form of their number (restored
 // from edited files), by pool index; appended in index order, so sorted.
@@ -34,8 +27,8 @@ std::vector<odd_text> odd_texts;
 uint32_t
 index_of(const client_usage_entry *e)
 {
-	for (uint32_t c = 0; c < pool.chunk_count; c++) {
-		const client_usage_entry *base = pool.chunks[c];
+	for (uint32_t c = 0; c < client_pool.chunk_count; c++) {
+		const client_usage_entry *base = client_pool.chunks[c];
 		if (e >= base && e < base + (1u << chunk_bits))
 			return c << chunk_bits | static_cast<uint32_t>(e - base);
 	}
@@ -45,44 +38,40 @@ index_of(const client_usage_entry *e)
 void
 format_ip(uint32_t ip, char buffer[16])
 {
-	snprintf(buffer, 16, "%u.%u.%u.%u", ip >> 24, ip >> 16 & 0xff, ip >> 8 & 0xff, ip & 0xff);
+	*text_ip(buffer, ip) = '\0';
 }
 
 } // namespace
 
-client_usage_entry *
-client_pool_entry(uint32_t index)
-{
-	return &pool.chunks[index >> chunk_bits][index & chunk_mask];
-}
+client_entry_pool client_pool;
 
 uint32_t
 client_pool_take()
 {
-	if ((pool.used & chunk_mask) == 0 && (pool.used >> chunk_bits) == pool.chunk_count) {
+	if ((client_pool.used & chunk_mask) == 0 && (client_pool.used >> chunk_bits) == client_pool.chunk_count) {
 		auto *chunk = static_cast<client_usage_entry *>(
 			calloc(1u << chunk_bits, sizeof(client_usage_entry)));
 		if (chunk == nullptr)
 			return CLIENT_NO_ENTRY;
 		auto **chunks = static_cast<client_usage_entry **>(
-			realloc(pool.chunks, (pool.chunk_count + 1) * sizeof(client_usage_entry *)));
+			realloc(client_pool.chunks, (client_pool.chunk_count + 1) * sizeof(client_usage_entry *)));
 		if (chunks == nullptr) {
 			free(chunk);
 			return CLIENT_NO_ENTRY;
 		}
-		chunks[pool.chunk_count++] = chunk;
-		pool.chunks = chunks;
+		chunks[client_pool.chunk_count++] = chunk;
+		client_pool.chunks = chunks;
 	}
-	return pool.used++;
+	return client_pool.used++;
 }
 
 void
 client_pool_release()
 {
-	for (uint32_t c = 0; c < pool.chunk_count; c++)
-		free(pool.chunks[c]);
-	free(pool.chunks);
-	pool = {};
+	for (uint32_t c = 0; c < client_pool.chunk_count; c++)
+		free(client_pool.chunks[c]);
+	free(client_pool.chunks);
+	client_pool = {};
 	odd_texts.clear();
 	odd_texts.shrink_to_fit();
 }

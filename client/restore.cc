@@ -43,26 +43,26 @@ read_client_backup_usage(const struct tm *when, client_usage_table *table, int p
 {
 	if (static_cast<unsigned>(period) > CLIENT_MONTHLY)
 		return;
-	char name[32], path[256];
-	client_file_name(name, sizeof name, static_cast<uint32_t>(period), when);
+	char name[CLIENT_FILE_NAME_MAX], path[256];
+	client_file_name(name, static_cast<uint32_t>(period), when);
 	layout_vlan_path(path, sizeof path, BACKUP_ROOT, static_cast<int>(table->vlan),
 			 sw_usage_dir[period], name);
-	FILE *f = fopen(path, "r");
-	if (f == nullptr)
+	in_file in;
+	if (!in_open(&in, path))
 		return;
 	struct tm start = *when;
 	cal_truncate(&start, static_cast<cal_period>(period));
 	table->prev_time = table->update_time;
 	table->update_time = local_mktime(&start);
-	client_usage_restore_lines(table, f, mode);
-	fclose(f);
+	client_usage_restore_lines(table, &in, mode);
+	in_close(&in);
 }
 
 void
-client_usage_restore_lines(client_usage_table *table, FILE *f, int mode)
+client_usage_restore_lines(client_usage_table *table, in_file *in, int mode)
 {
 	char line[256];
-	while (fgets(line, sizeof line, f) != nullptr)
+	while (in_line(in, line))
 		restore_line(table, line, mode);
 }
 

@@ -32,20 +32,29 @@ collect_names(const char *dir, iplist *list)
 	while (const struct dirent *de = readdir(d)) {
 		if (de->d_name[0] == '.')
 			continue;
-		char name[256] = "";
-		if (sscanf(de->d_name, "%255[^.]", name) == 1)
-			(void)insert_iplist(list, name);
+		char name[256];
+		size_t n = strcspn(de->d_name, ".");
+		memcpy(name, de->d_name, n);
+		name[n] = '\0';
+		(void)insert_iplist(list, name);
 	}
 	closedir(d);
 	return true;
 }
 
-// Newest date first; a stray name that is no date may sort anywhere.
+int
+compare_newest_first(const void *a, const void *b)
+{
+	return strcmp(*static_cast<char *const *>(b), *static_cast<char *const *>(a));
+}
+
+// Newest date first; a stray name that is no date may sort anywhere. An
+// empty list may have no array at all.
 void
 sort_newest_first(iplist *list)
 {
-	std::sort(list->ip, list->ip + list->count,
-		  [](const char *a, const char *b) { return strcmp(a, b) > 0; });
+	if (list->count > 1)
+		qsort(list->ip, static_cast<size_t>(list->count), sizeof *list->ip, compare_newest_first);
 }
 
 void
@@ -58,8 +67,8 @@ drop_future(const char *dir, int period, iplist *list)
 	time_t t = time(nullptr);
 	struct tm tm;
 	localtime_r(&t, &tm);
-	char now[32];
-	strftime(now, sizeof now, cal_date_format(static_cast<cal_period>(period)), &tm);
+	char now[TEXT_FIELD_MAX + 1];
+	*text_date(now, &tm, period == CLIENT_HOURLY) = '\0';
 	while (list->count > 0 && strcmp(list->ip[0], now) > 0) {
 		delete_named(dir, list->ip[0]);
 		(void)remove_iplist(list, list->ip[0]);

@@ -115,6 +115,42 @@ make_current(const client_usage_table *t, uint32_t ip, client_usage_entry *holde
 	holder->current = 1;
 }
 
+int
+compare_keys(const void *a, const void *b)
+{
+	uint64_t x = *static_cast<const uint64_t *>(a), y = *static_cast<const uint64_t *>(b);
+	return x < y ? -1 : x > y;
+}
+
+// Bucket by bucket of the address modulo 8191, newest first within a
+// bucket, as clients have always been listed; the pool index is the order
+// of insertion. Sorted again only when entries were added, by keys of the
+// bucket and the index counted down.
+bool
+keep_order(client_usage_table *t)
+{
+	if (t->ordered == t->count)
+		return true;
+	auto *order = static_cast<uint32_t *>(realloc(t->order, t->count * sizeof(uint32_t)));
+	if (order != nullptr)
+		t->order = order;
+	auto *keys = static_cast<uint64_t *>(malloc(t->count * sizeof(uint64_t)));
+	if (order == nullptr || keys == nullptr) {
+		free(keys);
+		return false;
+	}
+	uint32_t n = 0;
+	for_all(t, [&](uint32_t index, const client_usage_entry *e) {
+		keys[n++] = uint64_t{e->ip % CLIENT_BUCKETS} << 32 | (UINT32_MAX - index);
+	});
+	qsort(keys, n, sizeof *keys, compare_keys);
+	for (uint32_t i = 0; i < n; i++)
+		order[i] = UINT32_MAX - static_cast<uint32_t>(keys[i]);
+	free(keys);
+	t->ordered = n;
+	return true;
+}
+
 void
 baseline(client_usage_entry *e, uint64_t first, uint64_t second)
 {
@@ -189,9 +225,11 @@ client_usage_set_free(client_usage_set *set)
 {
 	if (set == nullptr)
 		return;
-	for (client_usage_table &t : set->tables)
+	for (client_usage_table &t : set->tables) {
 		if (t.heads != t.small_heads)
 			free(t.heads);
+		free(t.order);
+	}
 	free(set);
 }
 
@@ -267,27 +305,21 @@ client_usage_close_period(client_usage_table *table)
 	});
 }
 
-// Bucket by bucket of the address modulo 8191, newest first within a
-// bucket, as clients have always been listed. The pool index is the order
-// of insertion.
+// Without memory for the order, the entries are listed as the table holds
+// them: every figure is still there.
 void
-client_usage_listed(const client_usage_table *table, std::vector<const client_usage_entry *> *out)
+client_usage_listed(client_usage_table *table, std::vector<const client_usage_entry *> *out)
 {
 	constexpr uint64_t at_least = 1024; // a client is listed from 1 KiB on
-	struct listed {
-		uint32_t bucket;
-		uint32_t index;
-	};
-	static std::vector<listed> order;
-	order.clear();
-	for_all(table, [](uint32_t index, const client_usage_entry *e) {
-		if (e->touched && (e->acc_first >= at_least || e->acc_second >= at_least))
-			order.push_back({e->ip % CLIENT_BUCKETS, index});
-	});
-	std::sort(order.begin(), order.end(), [](const listed &a, const listed &b) {
-		return a.bucket != b.bucket ? a.bucket < b.bucket : a.index > b.index;
-	});
 	out->clear();
-	for (const listed &l : order)
-		out->push_back(entry_at(l.index));
+	auto take = [out](uint32_t, const client_usage_entry *e) {
+		if (e->touched && (e->acc_first >= at_least || e->acc_second >= at_least))
+			out->push_back(e);
+	};
+	if (!keep_order(table)) {
+		for_all(table, take);
+		return;
+	}
+	for (uint32_t i = 0; i < table->ordered; i++)
+		take(table->order[i], entry_at(table->order[i]));
 }

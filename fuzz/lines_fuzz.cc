@@ -1,6 +1,7 @@
 // The parsers of history and backup lines. A line they read, printed again
 // and read once more, prints the same: edited files settle after one pass.
 #include "daemon/base/clock.h"
+#include "tests/support/printed.h"
 #include "usage/usage.h"
 
 #include <cstdlib>
@@ -40,16 +41,14 @@ reprinted(const line_kind &k, const char *line)
 	else
 		wu_parse_line(line, format, &start, k.shape == MONTH_LINE ? &end : nullptr, k.read,
 			      &amounts);
-	char buffer[256] = {};
-	FILE *f = fmemopen(buffer, sizeof buffer - 1, "w");
-	if (k.shape == MONTH_LINE)
-		wu_print_month_line(f, &start, &end, amounts.first, amounts.second);
-	else if (k.shape == HOUR_LINE)
-		wu_print_hour_line(f, &start, amounts.first, amounts.second);
-	else
-		wu_print_day_line(f, &start, amounts.first, amounts.second);
-	fclose(f);
-	return buffer;
+	return printed([&](out_file *o) {
+		if (k.shape == MONTH_LINE)
+			wu_print_month_line(o, &start, &end, amounts.first, amounts.second);
+		else if (k.shape == HOUR_LINE)
+			wu_print_hour_line(o, &start, amounts.first, amounts.second);
+		else
+			wu_print_day_line(o, &start, amounts.first, amounts.second);
+	});
 }
 
 } // namespace

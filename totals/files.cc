@@ -14,21 +14,21 @@ constexpr int kept_days = TOTAL_DAYS - 1;
 constexpr int kept_months = TOTAL_MONTHS - 1;
 
 void
-print_hour(FILE *f, const wu_total_slot &slot)
+print_hour(out_file *o, const wu_total_slot &slot)
 {
-	wu_print_hour_line(f, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
+	wu_print_hour_line(o, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
 }
 
 void
-print_day(FILE *f, const wu_total_slot &slot)
+print_day(out_file *o, const wu_total_slot &slot)
 {
-	wu_print_day_line(f, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
+	wu_print_day_line(o, &slot.start_tm, slot.usage.first >> 10, slot.usage.second >> 10);
 }
 
 void
-print_month(FILE *f, const wu_month_slot &slot)
+print_month(out_file *o, const wu_month_slot &slot)
 {
-	wu_print_month_line(f, &slot.start_tm, &slot.end_tm, slot.usage.first >> 10,
+	wu_print_month_line(o, &slot.start_tm, &slot.end_tm, slot.usage.first >> 10,
 			    slot.usage.second >> 10);
 }
 
@@ -37,13 +37,13 @@ print_month(FILE *f, const wu_month_slot &slot)
 template <typename Slot>
 void
 save_full(wu_totals *totals, uint32_t dirty, const char *name, const Slot *slots, int32_t count,
-	  void (*print)(FILE *, const Slot &))
+	  void (*print)(out_file *, const Slot &))
 {
 	char path[256];
 	layout_root_path(path, sizeof path, RUN_ROOT, name);
-	replace_status status = replace_file(TMP_FILE, path, [&](FILE *f) {
+	replace_status status = replace_file(TMP_FILE, path, [&](out_file *o) {
 		for (int32_t i = 0; i < count; i++)
-			print(f, slots[i]);
+			print(o, slots[i]);
 	});
 	if (status != REPLACE_DONE)
 		totals->totals_flags |= dirty;
@@ -55,20 +55,20 @@ save_full(wu_totals *totals, uint32_t dirty, const char *name, const Slot *slots
 template <typename Slot>
 void
 save_cheap(const char *name, const Slot *slots, int32_t count, int kept,
-	   void (*print)(FILE *, const Slot &))
+	   void (*print)(out_file *, const Slot &))
 {
 	char path[256];
 	layout_root_path(path, sizeof path, RUN_ROOT, name);
-	replace_file(TMP_FILE, path, [&](FILE *f) {
+	replace_file(TMP_FILE, path, [&](out_file *o) {
 		if (count > 0)
-			print(f, slots[0]);
-		FILE *old = fopen(path, "r");
-		if (old == nullptr)
+			print(o, slots[0]);
+		in_file old;
+		if (!in_open(&old, path))
 			return;
 		char line[256];
-		if (fgets(line, sizeof line, old) != nullptr)
-			copy_lines(f, old, kept);
-		fclose(old);
+		if (in_line(&old, line))
+			copy_lines(o, &old, kept);
+		in_close(&old);
 	});
 }
 

@@ -103,18 +103,18 @@ fold_history_months(wu_totals *totals, const wu_usage *wu)
 {
 	char path[256];
 	wu_vlan_path(path, sizeof path, wu->vlan, MONTHLY_HISTORY);
-	FILE *f = fopen(path, "r");
+	in_file f;
 	uint32_t m = 1;
-	if (f == nullptr)
+	if (!in_open(&f, path))
 		return m;
 	char line[256];
 	uint64_t first = 0, second = 0;
-	for (; m < TOTAL_MONTHS && fgets(line, sizeof line, f) != nullptr; m++) {
+	for (; m < TOTAL_MONTHS && in_line(&f, line); m++) {
 		wu_month_slot &slot = totals->month_totals[m];
 		wu_parse_month_line(line, &slot.start_tm, &slot.end_tm, &first, &second);
 		add(&slot.usage, {first << 10, second << 10});
 	}
-	fclose(f);
+	in_close(&f);
 	return m;
 }
 

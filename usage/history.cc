@@ -24,11 +24,11 @@ write_history(wu_usage *wu, const wu_period &period)
 {
 	char path[256];
 	wu_vlan_path(path, sizeof path, wu->vlan, period.history);
-	replace_status status = replace_file(TMP_FILE, path, [&](FILE *f) {
+	replace_status status = replace_file(TMP_FILE, path, [&](out_file *o) {
 		int lines = 0;
 		wu_ring_walk(period.ring(wu), [&](uint32_t, const wu_slot &slot) {
 			struct tm tm = wu_start_tm(slot.start_tm);
-			period.print_line(f, &tm, kib(slot.usage.first), kib(slot.usage.second));
+			period.print_line(o, &tm, kib(slot.usage.first), kib(slot.usage.second));
 			return ++lines < period.history_lines;
 		});
 	});
@@ -47,9 +47,9 @@ save_display(const wu_usage *wu, const char *history_name, const char *display_n
 	char history[256], path[256];
 	wu_vlan_path(history, sizeof history, wu->vlan, history_name);
 	wu_vlan_path(path, sizeof path, wu->vlan, display_name);
-	replace_file(TMP_FILE, path, [&](FILE *f) {
-		print_running(f);
-		copy_file_lines(f, history, lines);
+	replace_file(TMP_FILE, path, [&](out_file *o) {
+		print_running(o);
+		copy_file_lines(o, history, lines);
 	});
 }
 
@@ -59,11 +59,11 @@ save_ring_display(wu_usage *wu, const wu_period &period)
 {
 	if (wu->unwritten & period.changed)
 		write_history(wu, period);
-	save_display(wu, period.history, period.display, period.history_lines, [&](FILE *f) {
+	save_display(wu, period.history, period.display, period.history_lines, [&](out_file *o) {
 		struct tm tm;
 		localtime_r(&(wu->*period.time), &tm);
 		const wu_pair &usage = wu->*period.usage;
-		period.print_line(f, &tm, kib(usage.first), kib(usage.second));
+		period.print_line(o, &tm, kib(usage.first), kib(usage.second));
 	});
 }
 
@@ -103,10 +103,10 @@ wu_save_daily(wu_usage *wu)
 void
 wu_save_monthly(wu_usage *wu)
 {
-	save_display(wu, MONTHLY_HISTORY, MONTHLY_DISPLAY, month_history_lines, [wu](FILE *f) {
+	save_display(wu, MONTHLY_HISTORY, MONTHLY_DISPLAY, month_history_lines, [wu](out_file *o) {
 		struct tm start;
 		localtime_r(&wu->month_start, &start);
-		wu_print_month_line(f, &start, &wu->now_tm, kib(wu->month_usage.first),
+		wu_print_month_line(o, &start, &wu->now_tm, kib(wu->month_usage.first),
 				    kib(wu->month_usage.second));
 	});
 }

@@ -3,6 +3,7 @@
 #include "usage/usage.h"
 
 #include "daemon/base/clock.h"
+#include "daemon/base/text.h"
 
 #include <cctype>
 #include <cerrno>
@@ -13,25 +14,44 @@ namespace {
 
 constexpr time_t first_printable = 1230768000; // 2009-01-01 00:00:00 UTC
 
+// Fields of an ordinary date between 2010 and 2036: after 2009 and within
+// a 32-bit time_t whatever the zone, so no conversion is needed to know.
+bool
+plainly_printable(const struct tm *tm)
+{
+	return tm->tm_year >= 110 && tm->tm_year <= 136 && tm->tm_mon >= 0 && tm->tm_mon <= 11 &&
+	       tm->tm_mday >= 1 && tm->tm_mday <= 31 && tm->tm_hour >= 0 && tm->tm_hour <= 23 &&
+	       tm->tm_min >= 0 && tm->tm_min <= 59 && tm->tm_sec >= 0 && tm->tm_sec <= 60;
+}
+
 // Clocks that were never set give times before 2009: such periods are not
 // shown.
 bool
 printable(const struct tm *tm)
 {
+	if (plainly_printable(tm))
+		return true;
 	struct tm copy = *tm;
 	return local_mktime(&copy) >= first_printable;
 }
 
 void
-print_period_line(FILE *f, const struct tm *tm, const char *format, uint64_t first_kib,
-		  uint64_t second_kib)
+print_amounts(out_file *o, uint64_t first, uint64_t second)
+{
+	out_char(o, ',');
+	out_field(o, text_u64, first);
+	out_char(o, ',');
+	out_field(o, text_u64, second);
+	out_char(o, '\n');
+}
+
+void
+print_period_line(out_file *o, const struct tm *tm, bool hour, uint64_t first, uint64_t second)
 {
 	if (!printable(tm))
 		return;
-	char date[32];
-	strftime(date, sizeof date, format, tm);
-	fprintf(f, "%s,%llu,%llu\n", date, static_cast<unsigned long long>(first_kib),
-		static_cast<unsigned long long>(second_kib));
+	out_field(o, text_date, tm, hour);
+	print_amounts(o, first, second);
 }
 
 // strtoul as the appliance's 32-bit unsigned long has it: a value beyond
@@ -62,28 +82,27 @@ skip_one(const char *p)
 } // namespace
 
 void
-wu_print_hour_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib)
+wu_print_hour_line(out_file *o, const struct tm *tm, uint64_t first, uint64_t second)
 {
-	print_period_line(f, tm, HOUR_DATE_FORMAT, first_kib, second_kib);
+	print_period_line(o, tm, true, first, second);
 }
 
 void
-wu_print_day_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib)
+wu_print_day_line(out_file *o, const struct tm *tm, uint64_t first, uint64_t second)
 {
-	print_period_line(f, tm, DAY_DATE_FORMAT, first_kib, second_kib);
+	print_period_line(o, tm, false, first, second);
 }
 
 void
-wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
-		    uint64_t first_kib, uint64_t second_kib)
+wu_print_month_line(out_file *o, const struct tm *start_tm, const struct tm *end_tm,
+		    uint64_t first, uint64_t second)
 {
 	if (!printable(start_tm) || !printable(end_tm))
 		return;
-	char start[32], end[32];
-	strftime(start, sizeof start, DAY_DATE_FORMAT, start_tm);
-	strftime(end, sizeof end, DAY_DATE_FORMAT, end_tm);
-	fprintf(f, "%s,%s,%llu,%llu\n", start, end, static_cast<unsigned long long>(first_kib),
-		static_cast<unsigned long long>(second_kib));
+	out_field(o, text_date, start_tm, false);
+	out_char(o, ',');
+	out_field(o, text_date, end_tm, false);
+	print_amounts(o, first, second);
 }
 
 // A date strptime gives up on is cleared of whatever it filled in, so a

@@ -33,7 +33,7 @@ starts_before(struct tm start, time_t cur_month)
 // Lines are parsed and printed again, so one whose dates do not parse or
 // lie before 2009 is dropped on the way.
 void
-reprint_month_line(FILE *out, const char *line)
+reprint_month_line(out_file *out, const char *line)
 {
 	struct tm start, end;
 	uint64_t first = 0, second = 0;
@@ -45,18 +45,18 @@ reprint_month_line(FILE *out, const char *line)
 void
 file_month(const wu_usage *wu, const struct tm &start, time_t month_end, const char *history)
 {
-	replace_file(TMP_FILE, history, [&](FILE *f) {
+	replace_file(TMP_FILE, history, [&](out_file *o) {
 		struct tm end;
 		localtime_r(&month_end, &end);
-		wu_print_month_line(f, &start, &end, wu->month_usage.first >> 10,
+		wu_print_month_line(o, &start, &end, wu->month_usage.first >> 10,
 				    wu->month_usage.second >> 10);
-		FILE *old = fopen(history, "r");
-		if (old == nullptr)
+		in_file old;
+		if (!in_open(&old, history))
 			return;
 		char line[256];
-		for (int n = 0; n < filed_history_lines && fgets(line, sizeof line, old); n++)
-			reprint_month_line(f, line);
-		fclose(old);
+		for (int n = 0; n < filed_history_lines && in_line(&old, line); n++)
+			reprint_month_line(o, line);
+		in_close(&old);
 	});
 }
 
@@ -64,31 +64,29 @@ file_month(const wu_usage *wu, const struct tm &start, time_t month_end, const c
 void
 drop_future_months(time_t cur_month, const char *history)
 {
-	FILE *old = fopen(history, "r");
-	if (old == nullptr)
+	in_file old;
+	if (!in_open(&old, history))
 		return;
 	char line[256];
 	struct tm start, end;
 	uint64_t first = 0, second = 0;
-	if (fgets(line, sizeof line, old) == nullptr) {
-		fclose(old);
-		return;
+	bool ahead = in_line(&old, line);
+	if (ahead) {
+		wu_parse_month_line(line, &start, &end, &first, &second);
+		ahead = !starts_before(start, cur_month);
 	}
-	wu_parse_month_line(line, &start, &end, &first, &second);
-	if (starts_before(start, cur_month)) {
-		fclose(old);
+	in_close(&old);
+	if (!ahead || !in_open(&old, history))
 		return;
-	}
-	rewind(old);
-	replace_file(TMP_FILE, history, [&](FILE *f) {
-		while (fgets(line, sizeof line, old) != nullptr) {
+	replace_file(TMP_FILE, history, [&](out_file *o) {
+		while (in_line(&old, line)) {
 			first = second = 0;
 			wu_parse_month_line(line, &start, &end, &first, &second);
 			if (starts_before(start, cur_month))
-				wu_print_month_line(f, &start, &end, first, second);
+				wu_print_month_line(o, &start, &end, first, second);
 		}
 	});
-	fclose(old);
+	in_close(&old);
 }
 
 } // namespace

@@ -2,8 +2,10 @@
 // running hour, day and month, and rings of closed hours and days.
 #pragma once
 
+#include "daemon/base/text.h"
+
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 
 // A traffic pair in bytes: the first and the second counter, in that order.
@@ -104,7 +106,7 @@ struct wu_period {
 	wu_pair wu_usage::*usage;
 	bool day;
 	const char *date_format;
-	void (*print_line)(FILE *f, const struct tm *tm, uint64_t first, uint64_t second);
+	void (*print_line)(out_file *o, const struct tm *tm, uint64_t first, uint64_t second);
 	const char *history; // the ring's file in the run-time tree
 	const char *display;
 	int history_lines; // ring periods in history and display files
@@ -143,12 +145,12 @@ void wu_save_hourly(wu_usage *wu);
 void wu_save_daily(wu_usage *wu);
 void wu_save_monthly(wu_usage *wu);
 
-// One line of a history, backup or totals file, amounts in KiB; nothing
-// when a date lies before 2009.
-void wu_print_hour_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib);
-void wu_print_day_line(FILE *f, const struct tm *tm, uint64_t first_kib, uint64_t second_kib);
-void wu_print_month_line(FILE *f, const struct tm *start_tm, const struct tm *end_tm,
-			 uint64_t first_kib, uint64_t second_kib);
+// One line of a history, backup or totals file; nothing when a date lies
+// before 2009. History and totals files hold KiB, backup files bytes.
+void wu_print_hour_line(out_file *o, const struct tm *tm, uint64_t first, uint64_t second);
+void wu_print_day_line(out_file *o, const struct tm *tm, uint64_t first, uint64_t second);
+void wu_print_month_line(out_file *o, const struct tm *start_tm, const struct tm *end_tm,
+			 uint64_t first, uint64_t second);
 
 // Reads an amount at text, as strtoull does; end is set behind it.
 using wu_amount_reader = uint64_t (*)(const char *text, char **end);

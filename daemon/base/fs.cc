@@ -55,7 +55,7 @@ recursive_remove(const char *path)
 // there (an interrupted write's leftover, or something planted in the
 // world-writable /tmp) is removed once; a directory cannot be, so then
 // there is no temporary file.
-FILE *
+int
 open_temporary(const char *tmp)
 {
 	constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
@@ -65,37 +65,41 @@ open_temporary(const char *tmp)
 		(void)unlink(tmp);
 		fd = open(tmp, flags, mode);
 	}
-	if (fd < 0)
-		return nullptr;
-	FILE *f = fdopen(fd, "w");
-	if (f == nullptr) {
-		(void)close(fd);
-		(void)unlink(tmp);
-	}
-	return f;
+	return fd;
 }
 
-bool
-close_temporary(FILE *f)
+replace_status
+replace_file_by(const char *tmp, const char *target, bool (*fill)(out_file *o, void *context),
+		void *context)
 {
-	bool written = ferror(f) == 0;
-	return fclose(f) == 0 && written;
+	int fd = open_temporary(tmp);
+	if (fd < 0)
+		return REPLACE_NO_TEMPORARY;
+	out_file out;
+	out_start(&out, fd);
+	bool keep = fill(&out, context);
+	bool written = out_finish(&out);
+	if (keep && written)
+		(void)rename(tmp, target);
+	else
+		(void)unlink(tmp);
+	return written ? REPLACE_DONE : REPLACE_FAILED;
 }
 
 void
-copy_lines(FILE *out, FILE *in, int max)
+copy_lines(out_file *out, in_file *in, int max)
 {
 	char line[256];
-	for (int n = 0; n < max && fgets(line, sizeof line, in) != nullptr; n++)
-		fputs(line, out);
+	for (int n = 0; n < max && in_line(in, line); n++)
+		out_str(out, line);
 }
 
 void
-copy_file_lines(FILE *out, const char *path, int max)
+copy_file_lines(out_file *out, const char *path, int max)
 {
-	FILE *in = fopen(path, "r");
-	if (in == nullptr)
+	in_file in;
+	if (!in_open(&in, path))
 		return;
-	copy_lines(out, in, max);
-	fclose(in);
+	copy_lines(out, &in, max);
+	in_close(&in);
 }

@@ -1,6 +1,8 @@
 // Making and removing directory trees, and writing whole files.
 #pragma once
 
+#include "daemon/base/text.h"
+
 #include <cstdio>
 #include <type_traits>
 #include <unistd.h>
@@ -17,11 +19,8 @@ int recursive_remove(const char *path);
 
 // A whole-file write's temporary file, made afresh: a link, FIFO or
 // directory planted at its name is never followed, written or waited on.
-// Null when it cannot be made.
-FILE *open_temporary(const char *tmp);
-
-// Closes a temporary file; false when a write or the close failed.
-bool close_temporary(FILE *f);
+// -1 when it cannot be made.
+int open_temporary(const char *tmp);
 
 enum replace_status {
 	REPLACE_DONE,         // target replaced, or left alone as fill asked
@@ -33,29 +32,28 @@ enum replace_status {
 // replaces target, so a reader never sees half a file, and a failed write
 // (a full disk) never costs the file it had. A fill that returns false
 // wrote nothing worth keeping: tmp goes and target stays.
+replace_status replace_file_by(const char *tmp, const char *target,
+			       bool (*fill)(out_file *o, void *context), void *context);
+
+// The same for a fill of any callable kind, returning void or bool.
 template <typename Fill>
 replace_status
 replace_file(const char *tmp, const char *target, Fill fill)
 {
-	FILE *f = open_temporary(tmp);
-	if (f == nullptr)
-		return REPLACE_NO_TEMPORARY;
-	bool keep = true;
-	if constexpr (std::is_same_v<decltype(fill(f)), bool>)
-		keep = fill(f);
-	else
-		fill(f);
-	bool written = close_temporary(f);
-	if (keep && written)
-		(void)rename(tmp, target);
-	else
-		(void)unlink(tmp);
-	return written ? REPLACE_DONE : REPLACE_FAILED;
+	return replace_file_by(tmp, target, [](out_file *o, void *context) {
+		Fill &f = *static_cast<Fill *>(context);
+		if constexpr (std::is_same_v<decltype(f(o)), bool>) {
+			return f(o);
+		} else {
+			f(o);
+			return true;
+		}
+	}, &fill);
 }
 
-// Copies at most max lines of in to out, each read with a 256-byte fgets:
-// a longer line is copied in pieces, each counting as a line.
-void copy_lines(FILE *out, FILE *in, int max);
+// Copies at most max lines of in to out, each read as a 256-byte fgets
+// reads it: a longer line is copied in pieces, each counting as a line.
+void copy_lines(out_file *out, in_file *in, int max);
 
 // The same from the file at path; a file that cannot be opened adds nothing.
-void copy_file_lines(FILE *out, const char *path, int max);
+void copy_file_lines(out_file *out, const char *path, int max);

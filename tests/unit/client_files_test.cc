@@ -183,6 +183,10 @@ TEST_F(ClientFiles, StrayEntriesCountAsNamesAndOnlyDotCsvGoes)
 	std::string missing = root + "/missing";
 	client_usage_dir_limit(missing.c_str(), CLIENT_HOURLY, 3, 2);
 	EXPECT_EQ(access(missing.c_str(), F_OK), -1) << "a missing directory is not made";
+	std::string empty = root + "/empty";
+	ASSERT_EQ(recursive_mkdir(empty.c_str()), 0);
+	client_usage_dir_limit(empty.c_str(), CLIENT_HOURLY, 3, 2);
+	EXPECT_TRUE(listing(empty).empty());
 }
 
 } // namespace

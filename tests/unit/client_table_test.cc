@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -138,11 +139,19 @@ const restore_case restore_cases[] = {
 	 5120, 1024, 0, true, false},
 };
 
-FILE *
-text_file(const char *text)
-{
-	return fmemopen(const_cast<char *>(text), strlen(text), "r");
-}
+// The text as a file being read, through a pipe.
+struct text_file {
+	in_file in;
+	explicit text_file(const char *text)
+	{
+		int ends[2];
+		EXPECT_EQ(pipe(ends), 0);
+		EXPECT_EQ(write(ends[1], text, strlen(text)), static_cast<ssize_t>(strlen(text)));
+		close(ends[1]);
+		in_start(&in, ends[0]);
+	}
+	~text_file() { in_close(&in); }
+};
 
 TEST_F(ClientTable, RestoreModes)
 {
@@ -151,9 +160,8 @@ TEST_F(ClientTable, RestoreModes)
 		client_usage_table *t = new_table();
 		if (c.held_before)
 			add_client_usage(t, "10.0.0.1", 1, 1, MAC2, 0, 1);
-		FILE *f = text_file(c.lines);
-		client_usage_restore_lines(t, f, c.mode);
-		fclose(f);
+		text_file f(c.lines);
+		client_usage_restore_lines(t, &f.in, c.mode);
 		const client_usage_entry *e = client_usage_find(t, IP_A, MAC1, 0);
 		ASSERT_NE(e, nullptr);
 		EXPECT_EQ(e->acc_first, c.acc_first);
@@ -172,9 +180,8 @@ TEST_F(ClientTable, RestoreOfAnExistingEntryMarksItFreshAndTouched)
 	add_client_usage(t, "10.0.0.1", 200, 20, MAC1, 0, 1);
 	auto *e = const_cast<client_usage_entry *>(client_usage_find(t, IP_A, MAC1, 0));
 	e->touched = 0;
-	FILE *f = text_file("10.0.0.1,2,1,00:11:22:33:44:55,0\n");
-	client_usage_restore_lines(t, f, 1);
-	fclose(f);
+	text_file f("10.0.0.1,2,1,00:11:22:33:44:55,0\n");
+	client_usage_restore_lines(t, &f.in, 1);
 	EXPECT_TRUE(e->fresh);
 	EXPECT_TRUE(e->touched);
 	EXPECT_EQ(e->acc_first, 2048u);
@@ -184,16 +191,15 @@ TEST_F(ClientTable, RestoreOfAnExistingEntryMarksItFreshAndTouched)
 TEST_F(ClientTable, MalformedRestoreLinesAreSkippedAndOddTextsKept)
 {
 	client_usage_table *t = table();
-	FILE *f = text_file("10.0.0.1,1,2,00:11:22:33:44:55\n"       // no tag
+	text_file f("10.0.0.1,1,2,00:11:22:33:44:55\n"       // no tag
 			    "10.0.0.2,x,2,00:11:22:33:44:55,0\n"      // no number
 			    "10.0.0.3,1,2,00:11:22:33:44:55:66:77,0\n" // MAC over 17 characters
 			    "\n"
 			    "garbage\n"
 			    "010.0.0.9,3,4,00:11:22:33:44:55,1\n"
 			    "not-an-address,5,6,,2\n"
-			    "10.0.0.4,7,8,00:11:22:33:44:55,3");
-	client_usage_restore_lines(t, f, 1);
-	fclose(f);
+		    "10.0.0.4,7,8,00:11:22:33:44:55,3");
+	client_usage_restore_lines(t, &f.in, 1);
 	EXPECT_EQ(t->count, 2u);
 	const client_usage_entry *octal = client_usage_find(t, 0x08000009, MAC1, 1);
 	ASSERT_NE(octal, nullptr);

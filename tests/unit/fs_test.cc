@@ -47,7 +47,7 @@ struct FsTree : testing::Test {
 	replace_status replace(const char *text)
 	{
 		return replace_file(at("tmp").c_str(), at("target").c_str(),
-				    [text](FILE *f) { fputs(text, f); });
+				    [text](out_file *o) { out_str(o, text); });
 	}
 };
 
@@ -181,8 +181,8 @@ TEST_F(FsTree, AFailedWriteKeepsTheTargetAsItWas)
 TEST_F(FsTree, AFillThatKeepsNothingLeavesTheTarget)
 {
 	make_file("target", "old\n");
-	auto nothing = [](FILE *f) {
-		fputs("partial", f);
+	auto nothing = [](out_file *o) {
+		out_str(o, "partial");
 		return false;
 	};
 	EXPECT_EQ(replace_file(at("tmp").c_str(), at("target").c_str(), nothing), REPLACE_DONE);

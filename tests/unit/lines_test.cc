@@ -1,4 +1,5 @@
 // The period lines shared by every history, backup and totals file.
+#include "tests/support/printed.h"
 #include "usage/usage.h"
 
 #include <cstdlib>
@@ -20,15 +21,6 @@ struct Lines : testing::Test {
 		tzset();
 	}
 
-	template <typename Print>
-	static std::string printed(Print print)
-	{
-		char buf[256] = {};
-		FILE *f = fmemopen(buf, sizeof buf - 1, "w");
-		print(f);
-		fclose(f);
-		return buf;
-	}
 	static struct tm at(time_t t)
 	{
 		struct tm tm;
@@ -40,15 +32,15 @@ struct Lines : testing::Test {
 TEST_F(Lines, PeriodsBefore2009AreLeftOut)
 {
 	struct tm first = at(1230768000), before = at(1230767999), march = at(1709647200);
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_hour_line(f, &march, 1523, 87); }),
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_hour_line(f, &march, 1523, 87); }),
 		  "2024-03-05-14,1523,87\n");
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_day_line(f, &first, 0, 18446744073709551615ull); }),
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_day_line(f, &first, 0, 18446744073709551615ull); }),
 		  "2009-01-01,0,18446744073709551615\n");
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_hour_line(f, &before, 1, 1); }), "");
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_month_line(f, &first, &march, 120044, 6310); }),
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_hour_line(f, &before, 1, 1); }), "");
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_month_line(f, &first, &march, 120044, 6310); }),
 		  "2009-01-01,2024-03-05,120044,6310\n");
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_month_line(f, &march, &before, 1, 1); }), "");
-	EXPECT_EQ(printed([&](FILE *f) { wu_print_month_line(f, &before, &march, 1, 1); }), "");
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_month_line(f, &march, &before, 1, 1); }), "");
+	EXPECT_EQ(printed([&](out_file *f) { wu_print_month_line(f, &before, &march, 1, 1); }), "");
 }
 
 struct month_case {
@@ -75,7 +67,7 @@ TEST_F(Lines, MonthLinesReadBackAsTheyWereWrittenWithin32Bits)
 		struct tm start, end;
 		uint64_t first = 0, second = 0;
 		wu_parse_month_line(c.line, &start, &end, &first, &second);
-		EXPECT_EQ(printed([&](FILE *f) { wu_print_month_line(f, &start, &end, first, second); }),
+		EXPECT_EQ(printed([&](out_file *f) { wu_print_month_line(f, &start, &end, first, second); }),
 			  c.reprinted)
 			<< c.line;
 	}

@@ -1,0 +1,222 @@
+// Text in and out of the daemon's files: formatters, the write buffer and
+// the line reader.
+#include "daemon/base/text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const char hex_digits[] = "0123456789ABCDEF";
+
+// The texts of the 256 octets, made at compile time: addresses are the
+// larger part of a client line. Each holds its digits, then their count.
+struct octet_texts {
+	char text[256][4];
+};
+
+constexpr octet_texts
+make_octet_texts()
+{
+	octet_texts t = {};
+	for (int v = 0; v < 256; v++) {
+		int n = 0;
+		if (v >= 100)
+			t.text[v][n++] = static_cast<char>('0' + v / 100);
+		if (v >= 10)
+			t.text[v][n++] = static_cast<char>('0' + v / 10 % 10);
+		t.text[v][n++] = static_cast<char>('0' + v % 10);
+		t.text[v][3] = static_cast<char>(n);
+	}
+	return t;
+}
+
+constexpr octet_texts octet_text = make_octet_texts();
+
+// A two-digit field of strftime: 0 to 9 get a leading zero, anything else
+// is printed as it is.
+char *
+two_digits(char *p, int v)
+{
+	if (v >= 0 && v <= 9) {
+		*p++ = '0';
+		*p++ = static_cast<char>('0' + v);
+		return p;
+	}
+	return text_i64(p, v);
+}
+
+
+bool
+write_all(int fd, const char *p, size_t n)
+{
+	while (n > 0) {
+		ssize_t done = write(fd, p, n);
+		if (done < 0 && errno == EINTR)
+			continue;
+		if (done <= 0)
+			return false;
+		p += done;
+		n -= static_cast<size_t>(done);
+	}
+	return true;
+}
+
+} // namespace
+
+// The digits are written from the last, once their count is known.
+char *
+text_u64(char *p, uint64_t v)
+{
+	int n = 1;
+	for (uint64_t rest = v; rest >= 10; rest /= 10)
+		n++;
+	char *end = p + n;
+	do {
+		*--end = static_cast<char>('0' + v % 10);
+		v /= 10;
+	} while (v != 0);
+	return p + n;
+}
+
+char *
+text_i64(char *p, int64_t v)
+{
+	if (v >= 0)
+		return text_u64(p, static_cast<uint64_t>(v));
+	*p++ = '-';
+	return text_u64(p, 0 - static_cast<uint64_t>(v));
+}
+
+char *
+text_date(char *p, const struct tm *tm, bool hour)
+{
+	p = text_i64(p, int64_t{tm->tm_year} + 1900);
+	*p++ = '-';
+	p = two_digits(p, tm->tm_mon + 1);
+	*p++ = '-';
+	p = two_digits(p, tm->tm_mday);
+	if (!hour)
+		return p;
+	*p++ = '-';
+	return two_digits(p, tm->tm_hour);
+}
+
+// Each octet's text is copied whole (three bytes and the dot) and the
+// pointer moves by its length.
+char *
+text_ip(char *p, uint32_t ip)
+{
+	for (int shift = 24; shift >= 0; shift -= 8) {
+		const char *octet = octet_text.text[ip >> shift & 0xff];
+		memcpy(p, octet, 3);
+		p += octet[3];
+		*p++ = '.';
+	}
+	return p - 1;
+}
+
+char *
+text_mac(char *p, uint64_t mac)
+{
+	if (mac == 0)
+		return p;
+	for (int shift = 40; shift >= 0; shift -= 8) {
+		unsigned byte = static_cast<unsigned>(mac >> shift & 0xff);
+		p[0] = hex_digits[byte >> 4];
+		p[1] = hex_digits[byte & 0xf];
+		p[2] = ':';
+		p += 3;
+	}
+	return p - 1;
+}
+
+void
+out_start(out_file *o, int fd)
+{
+	o->fd = fd;
+	o->failed = false;
+	o->used = 0;
+}
+
+void
+out_flush(out_file *o)
+{
+	if (!o->failed && !write_all(o->fd, o->data, o->used))
+		o->failed = true;
+	o->used = 0;
+}
+
+// Large pieces go out directly rather than through the buffer.
+void
+out_bytes(out_file *o, const char *p, size_t n)
+{
+	if (n > sizeof o->data) {
+		out_flush(o);
+		if (!o->failed && !write_all(o->fd, p, n))
+			o->failed = true;
+		return;
+	}
+	memcpy(out_room(o, n), p, n);
+	o->used += n;
+}
+
+void
+out_str(out_file *o, const char *s)
+{
+	out_bytes(o, s, strlen(s));
+}
+
+bool
+out_finish(out_file *o)
+{
+	out_flush(o);
+	bool closed = close(o->fd) == 0;
+	return closed && !o->failed;
+}
+
+bool
+in_open(in_file *in, const char *path)
+{
+	in_start(in, open(path, O_RDONLY | O_CLOEXEC));
+	return in->fd >= 0;
+}
+
+void
+in_start(in_file *in, int fd)
+{
+	in->fd = fd;
+	in->pos = in->len = 0;
+}
+
+// A read error ends the file, as it ends fgets.
+bool
+in_line(in_file *in, char line[256])
+{
+	size_t n = 0;
+	while (n < 255) {
+		if (in->pos == in->len) {
+			ssize_t got = read(in->fd, in->data, sizeof in->data);
+			if (got < 0 && errno == EINTR)
+				continue;
+			if (got <= 0)
+				break;
+			in->pos = 0;
+			in->len = static_cast<size_t>(got);
+		}
+		char c = in->data[in->pos++];
+		line[n++] = c;
+		if (c == '\n')
+			break;
+	}
+	line[n] = '\0';
+	return n > 0;
+}
+
+void
+in_close(in_file *in)
+{
+	(void)close(in->fd);
+}
