@@ -1,10 +1,14 @@
 #!/usr/bin/python3
 """The daemon's real tick, whole, in the sandbox: fed a statistics file of
 C clients over V VLANs (the agent simulator's), the clock marker set, ticks
-that close no period. Prints per scenario the instructions of a tick
-(callgrind, counting only the update cycle), the CPU time of a tick and the
-daemon's memory. --hostile VxC adds files of the same size as that
-scenario's that no agent writes, to compare their cost with it.
+that close no period. Prints per scenario the CPU time of a tick, its
+instructions (callgrind, counting only the update cycle, natively), the
+tick against its I/O floor (all of its CPU time against the kernel's part,
+which is what its file-system calls cost), and the daemon's memory: its
+resident set, the anonymous part of it (heap, stack) and its peak. Under
+an emulator the figures are the emulator's process, guest and all.
+--hostile VxC adds files of the same size as that scenario's that no agent
+writes, to compare their cost with it.
 
 Usage: bench/tick.py --daemon BUILD/tally --fakeclock BUILD/libtally_fakeclock.so
                      --statgen HOST_BUILD/tally-statgen [--emulator "qemu-mips -L ..."]
@@ -97,7 +101,8 @@ def dumps(sb):
 def run(args, files, callgrind=False):
     """Ticks the daemon over the statistics files that files() writes, one a
     tick; returns the CPU ms and, under callgrind, the instructions of each
-    measured tick, and the daemon's memory in KiB."""
+    measured tick, and the daemon's memory in KiB and CPU time in user space
+    against the kernel's."""
     emulator = args.emulator.split() if args.emulator else None
     with tempfile.TemporaryDirectory() as tmp, \
             Sandbox(args.daemon, args.fakeclock, emulator, wrapper=CALLGRIND if callgrind else None,
@@ -107,7 +112,8 @@ def run(args, files, callgrind=False):
         os.makedirs(sb.path("/var/run/sflow"), exist_ok=True)
         open(sb.path("/var/run/ostra/time_initialized"), "w").close()
         cpu, user, system = [], 0, 0
-        for n, write in enumerate(files(sb, tmp)):
+        ticks = args.callgrind_ticks if callgrind else args.ticks
+        for n, write in enumerate(files(sb, tmp, ticks)):
             write()
             before, (u0, s0) = cpu_ns(sb.pid), user_system(sb.pid)
             sb.tick(START + 30 * (n + 1))
@@ -115,7 +121,7 @@ def run(args, files, callgrind=False):
                 cpu.append((cpu_ns(sb.pid) - before) / 1e6)
                 u1, s1 = user_system(sb.pid)
                 user, system = user + u1 - u0, system + s1 - s0
-        memory = {f: status_kib(sb.pid, f) for f in ("VmRSS", "VmHWM")}
+        memory = {f: status_kib(sb.pid, f) for f in ("VmRSS", "RssAnon", "VmHWM")}
         # Clock ticks of 10 ms: too few say nothing.
         memory["floor"] = (user + system) / system if system >= 20 else None
         assert sb.stop() == 0, sb.stderr()
@@ -124,7 +130,7 @@ def run(args, files, callgrind=False):
 
 def agent_files(args, vlans, clients, spoil=None):
     """The agent's intervals, each spoiled by spoil(data) if given."""
-    def files(sb, tmp):
+    def files(sb, tmp, ticks):
         def write():
             agent(args.statgen, os.path.join(tmp, "stat.bin"), os.path.join(tmp, "agent"),
                   vlans, clients)
@@ -133,7 +139,7 @@ def agent_files(args, vlans, clients, spoil=None):
             with open(sb.path(STATS + ".new"), "wb") as f:
                 f.write(spoil(data) if spoil else data)
             os.replace(sb.path(STATS + ".new"), sb.path(STATS))
-        for _ in range(WARM_UP + args.ticks):
+        for _ in range(WARM_UP + ticks):
             yield write
     return files
 
@@ -146,7 +152,8 @@ def report(args, name, clients, files):
         line += f" | {per_tick / 1e6:9.2f} M instr/tick {per_tick / clients:9,.0f} /client"
     floor = memory["floor"]
     line += f" | {floor:.2f} x kernel time" if floor else " |    - x kernel time"
-    line += f" | RSS {memory['VmRSS']:,} KiB, peak {memory['VmHWM']:,} KiB"
+    line += (f" | RSS {memory['VmRSS']:,} KiB ({memory['RssAnon']:,} anonymous),"
+             f" peak {memory['VmHWM']:,} KiB")
     print(line, flush=True)
     return per_tick if not args.no_callgrind and not args.emulator else statistics.median(cpu)
 
@@ -159,14 +166,16 @@ def main():
     ap.add_argument("--emulator", default=None)
     ap.add_argument("--grid", default="1x50,16x1000,64x10000,1000x100000",
                     help="scenarios of V VLANs and C clients; empty for none")
-    ap.add_argument("--ticks", type=int, default=5)
+    ap.add_argument("--ticks", type=int, default=20, help="ticks timed")
+    ap.add_argument("--callgrind-ticks", type=int, default=3, help="ticks counted")
     ap.add_argument("--hostile", metavar="VxC", default=None,
                     help="also files of that scenario's size that no agent writes")
     ap.add_argument("--no-callgrind", action="store_true")
     args = ap.parse_args()
 
     grid = [tuple(int(n) for n in point.split("x")) for point in args.grid.split(",") if point]
-    print(f"{'scenario':>22} {'':>17} | median of {args.ticks} ticks after {WARM_UP} to warm up")
+    print(f"{'scenario':>22} {'':>17} | medians of {args.ticks} ticks timed and "
+          f"{args.callgrind_ticks} counted, after {WARM_UP} to warm up")
     for vlans, clients in grid:
         report(args, f"{vlans}x{clients}", clients, agent_files(args, vlans, clients))
     if args.hostile:

@@ -34,9 +34,36 @@ print_client(out_file *o, const client_usage_entry *e)
 	*p++ = ',';
 	p = text_mac(p, e->mac);
 	*p++ = ',';
-	p = text_i64(p, static_cast<int32_t>(e->tag));
+	if (e->tag < 10)
+		*p++ = static_cast<char>('0' + e->tag);
+	else
+		p = text_i64(p, static_cast<int32_t>(e->tag));
 	*p++ = '\n';
 	out_commit(o, p);
+}
+
+// The file of the period (of a table's kind) that contains when. Every
+// table that took records in a tick has that tick's clock, so the name last
+// made for each kind of period is kept: a name depends on the clock value
+// alone.
+const char *
+file_name_of(time_t when, uint32_t period)
+{
+	static struct {
+		time_t when;
+		bool known;
+		char name[CLIENT_FILE_NAME_MAX];
+	} last[3];
+	auto &made = last[period];
+	if (!made.known || made.when != when) {
+		struct tm local, start;
+		localtime_r(&when, &local);
+		client_period_start(period, &local, &start);
+		client_file_name(made.name, period, &start);
+		made.when = when;
+		made.known = true;
+	}
+	return made.name;
 }
 
 } // namespace
@@ -46,12 +73,9 @@ print_client(out_file *o, const client_usage_entry *e)
 replace_status
 client_usage_write_table(client_usage_table *t, int vlan, const char *root, const char *tmp)
 {
-	struct tm local, start;
-	localtime_r(&t->update_time, &local);
-	client_period_start(t->period, &local, &start);
-	char name[CLIENT_FILE_NAME_MAX], path[256];
-	client_file_name(name, t->period, &start);
-	layout_vlan_path(path, sizeof path, root, vlan, sw_usage_dir[t->period], name);
+	char path[256];
+	layout_vlan_path(path, sizeof path, root, vlan, sw_usage_dir[t->period],
+			 file_name_of(t->update_time, t->period));
 	replace_status status = replace_file(tmp, path, [t](out_file *o) {
 		static std::vector<const client_usage_entry *> listed;
 		client_usage_listed(t, &listed);

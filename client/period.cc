@@ -100,7 +100,6 @@ client_usage_fixup(client_usage_table *table, int vlan, time_t start)
 	if (table == nullptr)
 		return;
 	struct tm start_tm, updated, updated_start;
-	localtime_r(&start, &start_tm);
 	localtime_r(&table->update_time, &updated);
 	if (!client_period_start(table->period, &updated, &updated_start))
 		return;
@@ -112,6 +111,7 @@ client_usage_fixup(client_usage_table *table, int vlan, time_t start)
 	if (table->unwritten)
 		(void)client_usage_write_table(table, vlan, RUN_ROOT, TMP_CLIENT_FILE);
 	client_usage_close_period(table);
+	localtime_r(&start, &start_tm);
 	char name[CLIENT_FILE_NAME_MAX], path[256];
 	client_file_name(name, table->period, &start_tm);
 	layout_vlan_path(path, sizeof path, RUN_ROOT, vlan, sw_usage_dir[table->period], name);

@@ -9,31 +9,39 @@
 
 namespace {
 
-const char hex_digits[] = "0123456789ABCDEF";
-
-// The texts of the 256 octets, made at compile time: addresses are the
-// larger part of a client line. Each holds its digits, then their count.
-struct octet_texts {
-	char text[256][4];
+// The texts of every byte as a decimal octet (its digits, then their
+// count) and in hexadecimal, and of the numbers 0 to 99 as two digits, made
+// at compile time: addresses, MACs and amounts are most of a client line.
+struct byte_texts {
+	char octet[256][4];
+	char hex[256][2];
+	char pair[100][2];
 };
 
-constexpr octet_texts
-make_octet_texts()
+constexpr byte_texts
+make_byte_texts()
 {
-	octet_texts t = {};
+	byte_texts t = {};
+	const char hex_digits[] = "0123456789ABCDEF";
 	for (int v = 0; v < 256; v++) {
 		int n = 0;
 		if (v >= 100)
-			t.text[v][n++] = static_cast<char>('0' + v / 100);
+			t.octet[v][n++] = static_cast<char>('0' + v / 100);
 		if (v >= 10)
-			t.text[v][n++] = static_cast<char>('0' + v / 10 % 10);
-		t.text[v][n++] = static_cast<char>('0' + v % 10);
-		t.text[v][3] = static_cast<char>(n);
+			t.octet[v][n++] = static_cast<char>('0' + v / 10 % 10);
+		t.octet[v][n++] = static_cast<char>('0' + v % 10);
+		t.octet[v][3] = static_cast<char>(n);
+		t.hex[v][0] = hex_digits[v >> 4];
+		t.hex[v][1] = hex_digits[v & 0xf];
+		if (v < 100) {
+			t.pair[v][0] = static_cast<char>('0' + v / 10);
+			t.pair[v][1] = static_cast<char>('0' + v % 10);
+		}
 	}
 	return t;
 }
 
-constexpr octet_texts octet_text = make_octet_texts();
+constexpr byte_texts byte_text = make_byte_texts();
 
 // A two-digit field of strftime: 0 to 9 get a leading zero, anything else
 // is printed as it is.
@@ -66,7 +74,8 @@ write_all(int fd, const char *p, size_t n)
 
 } // namespace
 
-// The digits are written from the last, once their count is known.
+// The digits are written from the last, two at a time, once their count is
+// known.
 char *
 text_u64(char *p, uint64_t v)
 {
@@ -74,10 +83,17 @@ text_u64(char *p, uint64_t v)
 	for (uint64_t rest = v; rest >= 10; rest /= 10)
 		n++;
 	char *end = p + n;
-	do {
-		*--end = static_cast<char>('0' + v % 10);
-		v /= 10;
-	} while (v != 0);
+	while (v >= 100) {
+		end -= 2;
+		memcpy(end, byte_text.pair[v % 100], 2);
+		v /= 100;
+	}
+	if (v >= 10) {
+		end -= 2;
+		memcpy(end, byte_text.pair[v], 2);
+	} else {
+		*--end = static_cast<char>('0' + v);
+	}
 	return p + n;
 }
 
@@ -110,7 +126,7 @@ char *
 text_ip(char *p, uint32_t ip)
 {
 	for (int shift = 24; shift >= 0; shift -= 8) {
-		const char *octet = octet_text.text[ip >> shift & 0xff];
+		const char *octet = byte_text.octet[ip >> shift & 0xff];
 		memcpy(p, octet, 3);
 		p += octet[3];
 		*p++ = '.';
@@ -124,9 +140,7 @@ text_mac(char *p, uint64_t mac)
 	if (mac == 0)
 		return p;
 	for (int shift = 40; shift >= 0; shift -= 8) {
-		unsigned byte = static_cast<unsigned>(mac >> shift & 0xff);
-		p[0] = hex_digits[byte >> 4];
-		p[1] = hex_digits[byte & 0xf];
+		memcpy(p, byte_text.hex[mac >> shift & 0xff], 2);
 		p[2] = ':';
 		p += 3;
 	}
