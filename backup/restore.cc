@@ -13,16 +13,18 @@
 #include "daemon/base/layout.h"
 #include "daemon/base/paths.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 
 namespace {
 
-// The backup holds whole byte counts.
+// The backup holds whole byte counts, read as strtoull reads them.
 uint64_t
-read_bytes(const char *text, char **end)
+read_bytes(const char *text, const char **end)
 {
-	return strtoull(text, end, 10);
+	text_number n = text_parse_number(text, end);
+	if (n.overflow)
+		return UINT64_MAX;
+	return n.negative ? 0 - n.magnitude : n.magnitude;
 }
 
 bool
@@ -52,7 +54,7 @@ restore_ring(wu_usage *wu, const wu_period &period)
 	wu_pair usage = {0, 0};
 	char line[256];
 	if (in_line(&f, line)) {
-		wu_parse_line(line, period.date_format, &start, nullptr, read_bytes, &usage);
+		wu_parse_line(line, !period.day, &start, nullptr, read_bytes, &usage);
 		wu->*period.usage = usage;
 		wu->*period.time = local_mktime(&start);
 		previous = start;
@@ -61,7 +63,7 @@ restore_ring(wu_usage *wu, const wu_period &period)
 	*ring.head = 0;
 	*ring.tail = 0;
 	while (in_line(&f, line)) {
-		wu_parse_line(line, period.date_format, &start, nullptr, read_bytes, &usage);
+		wu_parse_line(line, !period.day, &start, nullptr, read_bytes, &usage);
 		if (same_period(start, previous, period.day))
 			continue;
 		if (!wu_ring_push_oldest(ring, {usage, wu_start_of(&start)}))
@@ -84,7 +86,7 @@ restore_months(wu_usage *wu)
 	wu_pair usage = {0, 0};
 	char line[256];
 	if (in_line(&f, line)) {
-		wu_parse_line(line, DAY_DATE_FORMAT, &start, &end, read_bytes, &usage);
+		wu_parse_line(line, false, &start, &end, read_bytes, &usage);
 		wu->month_start = local_mktime(&start);
 		wu->update_time = local_mktime(&end);
 		wu->month_usage = usage;
@@ -100,7 +102,7 @@ restore_months(wu_usage *wu)
 	out_file history;
 	out_start(&history, fd);
 	while (in_line(&f, line)) {
-		wu_parse_line(line, DAY_DATE_FORMAT, &start, &end, read_bytes, &usage);
+		wu_parse_line(line, false, &start, &end, read_bytes, &usage);
 		if (start.tm_year == previous.tm_year && start.tm_mon == previous.tm_mon)
 			continue;
 		previous = start;

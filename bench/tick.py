@@ -6,7 +6,9 @@ instructions (callgrind, counting only the update cycle, natively), the
 tick against its I/O floor (all of its CPU time against the kernel's part,
 which is what its file-system calls cost), and the daemon's memory: its
 resident set, the anonymous part of it (heap, stack) and its peak. Under
-an emulator the figures are the emulator's process, guest and all.
+an emulator the figures are the emulator's process, guest and all. --aged
+starts every VLAN from a backup tree of full rings and sixty filed months,
+as on an appliance that has run for years.
 --hostile VxC adds files of the same size as that scenario's that no agent
 writes, to compare their cost with it.
 
@@ -16,6 +18,7 @@ Usage: bench/tick.py --daemon BUILD/tally --fakeclock BUILD/libtally_fakeclock.s
 """
 
 import argparse
+import datetime
 import glob
 import os
 import re
@@ -59,6 +62,27 @@ def hostile(well_formed, kind):
     if kind == "noise":
         data[8:] = bytes((i * 131 + 7) % 256 for i in range(len(data) - 8))
     return bytes(data)
+
+
+def plant_history(sb, vlans):
+    """A backup tree of VLANs 1 to vlans that have run for years: full rings
+    of hours and days, and sixty filed months, all restored at start."""
+    start = datetime.datetime.fromtimestamp(START, datetime.timezone.utc)
+    hours = "".join(f"{start - datetime.timedelta(hours=k):%Y-%m-%d-%H},{k << 20},{k << 10}\n"
+                    for k in range(32))
+    days = "".join(f"{start - datetime.timedelta(days=k):%Y-%m-%d},{k << 24},{k << 14}\n"
+                   for k in range(64))
+    months, year, month = [], start.year, start.month
+    for k in range(61):
+        last = (datetime.date(year + month // 12, month % 12 + 1, 1) - datetime.timedelta(days=1)).day
+        months.append(f"{year}-{month:02d}-01,{year}-{month:02d}-{last:02d},{k << 30},{k << 20}\n")
+        year, month = (year, month - 1) if month > 1 else (year - 1, 12)
+    for vlan in range(1, vlans + 1):
+        d = sb.path(f"/tmp/tally_sw_usage/{vlan % 100}/{vlan}/sw_vlan")
+        os.makedirs(d)
+        for name, text in (("hourly", hours), ("daily", days), ("monthly", "".join(months))):
+            with open(f"{d}/tally.{name}.csv", "w") as f:
+                f.write(text)
 
 
 def status_kib(pid, field):
@@ -108,6 +132,8 @@ def run(args, files, callgrind=False):
             Sandbox(args.daemon, args.fakeclock, emulator, wrapper=CALLGRIND if callgrind else None,
                     timeout=3600) as sb:
         os.makedirs(sb.path("/callgrind"))
+        if args.aged:
+            plant_history(sb, files.vlans)
         sb.start(START)
         os.makedirs(sb.path("/var/run/sflow"), exist_ok=True)
         open(sb.path("/var/run/ostra/time_initialized"), "w").close()
@@ -141,6 +167,7 @@ def agent_files(args, vlans, clients, spoil=None):
             os.replace(sb.path(STATS + ".new"), sb.path(STATS))
         for _ in range(WARM_UP + ticks):
             yield write
+    files.vlans = vlans
     return files
 
 
@@ -171,6 +198,8 @@ def main():
     ap.add_argument("--hostile", metavar="VxC", default=None,
                     help="also files of that scenario's size that no agent writes")
     ap.add_argument("--no-callgrind", action="store_true")
+    ap.add_argument("--aged", action="store_true",
+                    help="VLANs restored with full rings and sixty months of history")
     args = ap.parse_args()
 
     grid = [tuple(int(n) for n in point.split("x")) for point in args.grid.split(",") if point]

@@ -1,9 +1,11 @@
-// The parsers of history and backup lines. A line they read, printed again
+// The parsers of history and backup lines. Their dates and numbers are read
+// as strptime and strtoull read them, and a line they read, printed again
 // and read once more, prints the same: edited files settle after one pass.
-#include "daemon/base/clock.h"
+#include "daemon/base/text.h"
 #include "tests/support/printed.h"
 #include "usage/usage.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,9 +13,10 @@
 namespace {
 
 uint64_t
-read_bytes(const char *text, char **end)
+read_bytes(const char *text, const char **end)
 {
-	return strtoull(text, end, 10);
+	text_number n = text_parse_number(text, end);
+	return n.overflow ? UINT64_MAX : n.negative ? 0 - n.magnitude : n.magnitude;
 }
 
 enum line_shape { HOUR_LINE, DAY_LINE, MONTH_LINE };
@@ -35,12 +38,11 @@ reprinted(const line_kind &k, const char *line)
 {
 	struct tm start, end;
 	wu_pair amounts = {0, 0};
-	const char *format = k.shape == HOUR_LINE ? HOUR_DATE_FORMAT : DAY_DATE_FORMAT;
 	if (k.read == nullptr)
 		wu_parse_month_line(line, &start, &end, &amounts.first, &amounts.second);
 	else
-		wu_parse_line(line, format, &start, k.shape == MONTH_LINE ? &end : nullptr, k.read,
-			      &amounts);
+		wu_parse_line(line, k.shape == HOUR_LINE, &start, k.shape == MONTH_LINE ? &end : nullptr,
+			      k.read, &amounts);
 	return printed([&](out_file *o) {
 		if (k.shape == MONTH_LINE)
 			wu_print_month_line(o, &start, &end, amounts.first, amounts.second);
@@ -51,6 +53,35 @@ reprinted(const line_kind &k, const char *line)
 	});
 }
 
+// Where strtoull stops, and what it makes of the number, ours do too.
+void
+check_number(const char *text)
+{
+	const char *end;
+	text_number n = text_parse_number(text, &end);
+	char *expected_end;
+	errno = 0;
+	unsigned long long expected = strtoull(text, &expected_end, 10);
+	if (end != expected_end || n.overflow != (errno == ERANGE))
+		abort();
+	if (!n.overflow && (n.negative ? 0 - n.magnitude : n.magnitude) != expected)
+		abort();
+}
+
+// Where strptime stops, and the fields it sets, ours do too.
+void
+check_date(const char *text, bool hour)
+{
+	struct tm ours = {}, theirs = {};
+	const char *end = text_parse_date(text, &ours, hour);
+	const char *expected = strptime(text, hour ? "%Y-%m-%d-%H" : "%Y-%m-%d", &theirs);
+	if (end != expected)
+		abort();
+	if (end != nullptr && (ours.tm_year != theirs.tm_year || ours.tm_mon != theirs.tm_mon ||
+			       ours.tm_mday != theirs.tm_mday || ours.tm_hour != theirs.tm_hour))
+		abort();
+}
+
 } // namespace
 
 extern "C" int
@@ -59,6 +90,9 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	// Lines come from fgets with 256 bytes: at most 255 characters.
 	std::string line(reinterpret_cast<const char *>(data), size < 255 ? size : 255);
 	line = line.substr(0, strlen(line.c_str()));
+	check_date(line.c_str(), false);
+	check_date(line.c_str(), true);
+	check_number(line.c_str());
 	for (const line_kind &k : kinds) {
 		std::string once = reprinted(k, line.c_str());
 		if (!once.empty() && reprinted(k, once.c_str()) != once)

@@ -5,9 +5,6 @@
 #include "daemon/base/clock.h"
 #include "daemon/base/text.h"
 
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -57,19 +54,13 @@ print_period_line(out_file *o, const struct tm *tm, bool hour, uint64_t first, u
 // strtoul as the appliance's 32-bit unsigned long has it: a value beyond
 // 32 bits saturates, a negative one wraps.
 uint64_t
-parse_kib(const char *p, char **end)
+parse_kib(const char *p, const char **end)
 {
-	errno = 0;
-	unsigned long long v = strtoull(p, end, 10);
-	if (errno == ERANGE)
+	text_number n = text_parse_number(p, end);
+	if (n.overflow || n.magnitude > UINT32_MAX)
 		return UINT32_MAX;
-	while (isspace(static_cast<unsigned char>(*p)))
-		p++;
-	bool negative = *p == '-';
-	unsigned long long magnitude = negative ? 0 - v : v;
-	if (magnitude > UINT32_MAX)
-		return UINT32_MAX;
-	return negative ? static_cast<uint32_t>(0 - static_cast<uint32_t>(magnitude)) : magnitude;
+	uint32_t magnitude = static_cast<uint32_t>(n.magnitude);
+	return n.negative ? 0 - magnitude : magnitude;
 }
 
 // Steps over one separator, unless the line has ended.
@@ -105,29 +96,29 @@ wu_print_month_line(out_file *o, const struct tm *start_tm, const struct tm *end
 	print_amounts(o, first, second);
 }
 
-// A date strptime gives up on is cleared of whatever it filled in, so a
+// A date that does not parse is cleared of whatever was filled in, so a
 // line with such a date prints as invalid; a good start date before a bad
 // end date stays.
 bool
-wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
+wu_parse_line(const char *line, bool hour, struct tm *start, struct tm *end,
 	      wu_amount_reader read_amount, wu_pair *amounts)
 {
 	memset(start, 0, sizeof *start);
 	if (end != nullptr)
 		memset(end, 0, sizeof *end);
-	const char *p = strptime(line, date_format, start);
+	const char *p = text_parse_date(line, start, hour);
 	if (p == nullptr) {
 		memset(start, 0, sizeof *start);
 		return false;
 	}
 	if (end != nullptr) {
-		p = strptime(skip_one(p), date_format, end);
+		p = text_parse_date(skip_one(p), end, hour);
 		if (p == nullptr) {
 			memset(end, 0, sizeof *end);
 			return false;
 		}
 	}
-	char *after;
+	const char *after;
 	amounts->first = read_amount(skip_one(p), &after);
 	amounts->second = read_amount(skip_one(after), &after);
 	return true;
@@ -138,7 +129,7 @@ wu_parse_month_line(const char *line, struct tm *start_tm, struct tm *end_tm, ui
 		    uint64_t *second)
 {
 	wu_pair amounts;
-	if (!wu_parse_line(line, DAY_DATE_FORMAT, start_tm, end_tm, parse_kib, &amounts))
+	if (!wu_parse_line(line, false, start_tm, end_tm, parse_kib, &amounts))
 		return;
 	*first = amounts.first;
 	*second = amounts.second;

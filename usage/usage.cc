@@ -27,11 +27,11 @@ day_ring(wu_usage *wu)
 } // namespace
 
 const wu_period WU_HOURS = {hour_ring, &wu_usage::hour_time, &wu_usage::hour_usage, false,
-			    HOUR_DATE_FORMAT, wu_print_hour_line, HOURLY_HISTORY,
+			    wu_print_hour_line, HOURLY_HISTORY,
 			    HOURLY_DISPLAY, hour_history_lines, wu_write_hourly_history,
 			    HOURLY_BACKUP, WU_CHANGED_HOUR};
 const wu_period WU_DAYS = {day_ring, &wu_usage::day_time, &wu_usage::day_usage, true,
-			   DAY_DATE_FORMAT, wu_print_day_line, DAILY_HISTORY,
+			   wu_print_day_line, DAILY_HISTORY,
 			   DAILY_DISPLAY, day_history_lines, wu_write_daily_history,
 			   DAILY_BACKUP, WU_CHANGED_DAY};
 

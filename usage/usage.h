@@ -105,7 +105,6 @@ struct wu_period {
 	time_t wu_usage::*time; // when the running period last took traffic
 	wu_pair wu_usage::*usage;
 	bool day;
-	const char *date_format;
 	void (*print_line)(out_file *o, const struct tm *tm, uint64_t first, uint64_t second);
 	const char *history; // the ring's file in the run-time tree
 	const char *display;
@@ -152,15 +151,16 @@ void wu_print_day_line(out_file *o, const struct tm *tm, uint64_t first, uint64_
 void wu_print_month_line(out_file *o, const struct tm *start_tm, const struct tm *end_tm,
 			 uint64_t first, uint64_t second);
 
-// Reads an amount at text, as strtoull does; end is set behind it.
-using wu_amount_reader = uint64_t (*)(const char *text, char **end);
+// Reads an amount at text, as the C library's strtoul family does; end is
+// set behind it.
+using wu_amount_reader = uint64_t (*)(const char *text, const char **end);
 
-// Reads a line of a history or backup file: a date in date_format (and a
-// second one when end is not null), then two amounts. A date that does not
+// Reads a line of a history or backup file: a date, with its hour when hour
+// (and a second one when end is not null), then two amounts. A date that does not
 // parse is all zero, a later date too, and the amounts stay as they were:
 // then it returns false. Nothing past the line's end is read: missing
 // amounts are 0.
-bool wu_parse_line(const char *line, const char *date_format, struct tm *start, struct tm *end,
+bool wu_parse_line(const char *line, bool hour, struct tm *start, struct tm *end,
 		   wu_amount_reader read_amount, wu_pair *amounts);
 
 // Reads a month line of the run-time history; amounts stay in KiB,

@@ -10,12 +10,6 @@ compute_tick_bounds()
 	compute_tick_bounds_at(time(nullptr));
 }
 
-const char *
-cal_date_format(cal_period period)
-{
-	return period == CAL_HOUR ? HOUR_DATE_FORMAT : DAY_DATE_FORMAT;
-}
-
 void
 cal_truncate(struct tm *tm, cal_period period)
 {

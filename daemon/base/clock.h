@@ -28,13 +28,6 @@ enum cal_period : uint32_t {
 	CAL_MONTH = 2,
 };
 
-// How periods are named in every file: hours with their hour, days and
-// months by their (first) day.
-constexpr char HOUR_DATE_FORMAT[] = "%Y-%m-%d-%H";
-constexpr char DAY_DATE_FORMAT[] = "%Y-%m-%d";
-
-const char *cal_date_format(cal_period period);
-
 // Cuts tm's fields to the start of its hour, day or month; no conversion.
 void cal_truncate(struct tm *tm, cal_period period);
 

@@ -58,6 +58,40 @@ two_digits(char *p, int v)
 
 
 bool
+is_blank(char c)
+{
+	return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// One number as strptime reads it; null without a digit or out of range.
+// Null in, null out, so that the fields of a date chain.
+const char *
+parse_number(const char *p, int min, int max, int digits, int *value)
+{
+	if (p == nullptr)
+		return nullptr;
+	while (is_blank(*p))
+		p++;
+	if (*p < '0' || *p > '9')
+		return nullptr;
+	int v = 0;
+	do
+		v = v * 10 + (*p++ - '0');
+	while (--digits > 0 && v * 10 <= max && *p >= '0' && *p <= '9');
+	if (v < min || v > max)
+		return nullptr;
+	*value = v;
+	return p;
+}
+
+// A literal character of the format must be the next one.
+const char *
+parse_dash(const char *p)
+{
+	return p != nullptr && *p == '-' ? p + 1 : nullptr;
+}
+
+bool
 write_all(int fd, const char *p, size_t n)
 {
 	while (n > 0) {
@@ -147,6 +181,51 @@ text_mac(char *p, uint64_t mac)
 	return p - 1;
 }
 
+const char *
+text_parse_date(const char *p, struct tm *tm, bool hour)
+{
+	int year, mon, mday, h = 0;
+	p = parse_dash(parse_number(p, 0, 9999, 4, &year));
+	p = parse_dash(parse_number(p, 1, 12, 2, &mon));
+	p = parse_number(p, 1, 31, 2, &mday);
+	if (hour)
+		p = parse_number(parse_dash(p), 0, 23, 2, &h);
+	if (p == nullptr)
+		return nullptr;
+	tm->tm_year = year - 1900;
+	tm->tm_mon = mon - 1;
+	tm->tm_mday = mday;
+	if (hour)
+		tm->tm_hour = h;
+	return p;
+}
+
+text_number
+text_parse_number(const char *p, const char **end)
+{
+	text_number n = {0, false, false};
+	const char *s = p;
+	while (is_blank(*s))
+		s++;
+	if (*s == '+' || *s == '-')
+		n.negative = *s++ == '-';
+	if (*s < '0' || *s > '9') {
+		*end = p;
+		return {0, false, false};
+	}
+	constexpr uint64_t last_safe = UINT64_MAX / 10; // times ten, still no overflow
+	for (; *s >= '0' && *s <= '9'; s++) {
+		uint64_t digit = static_cast<uint64_t>(*s - '0');
+		if (n.magnitude >= last_safe &&
+		    (n.magnitude > last_safe || digit > UINT64_MAX - last_safe * 10))
+			n.overflow = true;
+		else
+			n.magnitude = n.magnitude * 10 + digit;
+	}
+	*end = s;
+	return n;
+}
+
 void
 out_start(out_file *o, int fd)
 {
@@ -220,9 +299,14 @@ in_line(in_file *in, char line[256])
 			in->pos = 0;
 			in->len = static_cast<size_t>(got);
 		}
-		char c = in->data[in->pos++];
-		line[n++] = c;
-		if (c == '\n')
+		const char *from = in->data + in->pos;
+		size_t room = 255 - n < in->len - in->pos ? 255 - n : in->len - in->pos;
+		const void *newline = memchr(from, '\n', room);
+		size_t taken = newline ? static_cast<const char *>(newline) - from + 1 : room;
+		memcpy(line + n, from, taken);
+		n += taken;
+		in->pos += taken;
+		if (newline != nullptr)
 			break;
 	}
 	line[n] = '\0';

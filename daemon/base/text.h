@@ -19,6 +19,24 @@ char *text_date(char *p, const struct tm *tm, bool hour); // "%Y-%m-%d", with "-
 char *text_ip(char *p, uint32_t ip);   // dotted, first octet most significant
 char *text_mac(char *p, uint64_t mac); // "%02X:..." of the low 48 bits; nothing for 0
 
+// Reads a date at p as strptime reads "%Y-%m-%d", with "-%H" behind it
+// when hour: blanks before each number skipped, at most four digits for
+// the year and two for the rest, stopping early where another digit would
+// pass the field's largest value. Sets the year, month, day (and hour) and
+// returns the end, or null where strptime gives up.
+const char *text_parse_date(const char *p, struct tm *tm, bool hour);
+
+// A decimal number read at p as strtoull reads it in base 10: blanks, a
+// sign, digits. Its magnitude, whether it had a minus sign, and whether it
+// passed 64 bits; *end is behind the digits, or p itself when there is none.
+struct text_number {
+	uint64_t magnitude;
+	bool negative;
+	bool overflow;
+};
+
+text_number text_parse_number(const char *p, const char **end);
+
 // A file being written, buffered; every write's result is kept.
 struct out_file {
 	int fd;

@@ -1,8 +1,10 @@
-// The formatters produce what printf and strftime would, and the line
-// reader reads what fgets would; the buffer writes everything once.
+// The formatters produce what printf and strftime would, dates and numbers
+// are read as strptime and strtoull read them, and the line reader reads
+// what fgets would; the buffer writes everything once.
 #include "daemon/base/text.h"
 #include "tests/support/printed.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
@@ -81,6 +83,54 @@ TEST(Text, DatesAsStrftimePrintsThem)
 			EXPECT_EQ(formatted(text_date, &tm, true), expected);
 			strftime(expected, sizeof expected, "%Y-%m-%d", &tm);
 			EXPECT_EQ(formatted(text_date, &tm, false), expected);
+		}
+	}
+}
+
+// Where strptime stops reading a date, and what it reads, so do we.
+TEST(Text, DatesReadAsStrptimeReadsThem)
+{
+	const char *texts[] = {
+		"2026-11-21", "2026-11-21-14,1,2", " 2026- 1-\t2", "2026-1-2-3", "202611-01", "99999-01-01",
+		"2026-13-01", "2026-00-01", "2026-12-32", "2026-02-30", "2026-1", "2026-11-21-24",
+		"2026-11-21- 07", "0-1-1", "2026-011-01", "2026-11-021", "2026-11-2x", "", "-2026-01-01",
+		"2026-11-21-2", "2026-11-21-23x",
+	};
+	for (const char *text : texts) {
+		for (bool hour : {false, true}) {
+			struct tm ours = {}, theirs = {};
+			const char *end = text_parse_date(text, &ours, hour);
+			const char *expected = strptime(text, hour ? "%Y-%m-%d-%H" : "%Y-%m-%d", &theirs);
+			SCOPED_TRACE(testing::Message() << '"' << text << "\" with hour " << hour);
+			ASSERT_EQ(end, expected);
+			if (end == nullptr)
+				continue;
+			EXPECT_EQ(ours.tm_year, theirs.tm_year);
+			EXPECT_EQ(ours.tm_mon, theirs.tm_mon);
+			EXPECT_EQ(ours.tm_mday, theirs.tm_mday);
+			EXPECT_EQ(ours.tm_hour, theirs.tm_hour);
+		}
+	}
+}
+
+TEST(Text, NumbersReadAsStrtoullReadsThem)
+{
+	const char *texts[] = {
+		"", "abc", " 42,", "+7", "-0", "-5", "18446744073709551615", "18446744073709551616",
+		"-18446744073709551616", "99999999999999999999999", "0000000000000000000000001", "12abc",
+		"\t\n 3", "+", "-", "- 5", "4294967296",
+	};
+	for (const char *text : texts) {
+		const char *end;
+		text_number n = text_parse_number(text, &end);
+		char *expected_end;
+		errno = 0;
+		unsigned long long expected = strtoull(text, &expected_end, 10);
+		SCOPED_TRACE(testing::Message() << '"' << text << '"');
+		EXPECT_EQ(end, expected_end);
+		EXPECT_EQ(n.overflow, errno == ERANGE);
+		if (!n.overflow) {
+			EXPECT_EQ(n.negative ? 0 - n.magnitude : n.magnitude, expected);
 		}
 	}
 }
