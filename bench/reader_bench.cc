@@ -91,13 +91,20 @@ run(const std::string &dir, int records)
 	std::string tmp = dir + "/bench-client.tmp";
 	std::vector<uint8_t> file = build_file(records);
 
+	std::vector<client_usage_set *> sets(vlan_count);
+	size_t heap_sets = heap_in_use();
+	for (client_usage_set *&set : sets)
+		set = client_usage_set_new(1);
+	double idle_tables = static_cast<double>(heap_in_use() - heap_sets) / vlan_count;
+	for (client_usage_set *set : sets)
+		client_usage_set_free(set);
+
 	auto *vlans = new test_vlans;
 	size_t heap_before = heap_in_use();
 	for (int v = 1; v <= vlan_count; v++)
 		if (vlans->find_or_add(v) == nullptr)
 			return 1;
 	size_t heap_idle = heap_in_use();
-	double idle_tables = static_cast<double>(heap_idle - heap_before) / vlan_count;
 	for (int v = 1; v <= vlan_count; v++) {
 		for (const char *sub : sw_usage_dir) {
 			char client_dir[512];

@@ -6,7 +6,6 @@
 #include "daemon/base/clock.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 
 enum client_period : uint32_t {

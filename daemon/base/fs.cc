@@ -10,6 +10,7 @@
 #include <ftw.h>
 #include <libgen.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 

@@ -3,9 +3,7 @@
 
 #include "daemon/base/text.h"
 
-#include <cstdio>
 #include <type_traits>
-#include <unistd.h>
 
 // Makes path and any missing parents, mode 0755. Returns 0 when the
 // directory exists afterwards, 1 when path or an ancestor exists but is not
