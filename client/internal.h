@@ -55,9 +55,9 @@ client_pool_entry(uint32_t index)
 // A zeroed entry's index, or CLIENT_NO_ENTRY when memory is exhausted.
 uint32_t client_pool_take();
 
-// Frees every entry. The daemon never does; a fuzzer does between inputs,
-// once no table is left.
-void client_pool_release();
+// Forgets every entry, keeping their memory for the next ones. The daemon
+// never does; a fuzzer does between inputs, once no table is left.
+void client_pool_reset();
 
 // Sets the entry's address from its text, cut to 15 characters; a text
 // that is not the dotted form of its number is kept aside for the files.

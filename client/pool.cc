@@ -12,7 +12,6 @@
 namespace {
 
 constexpr uint32_t chunk_bits = CLIENT_CHUNK_BITS;
-constexpr uint32_t chunk_mask = (1u << chunk_bits) - 1;
 
 
 // Address texts that are not the dotted form of their number (restored
@@ -45,12 +44,14 @@ format_ip(uint32_t ip, char buffer[16])
 
 client_entry_pool client_pool;
 
+// Chunks are made as they are first needed; an entry is zeroed when taken,
+// so a chunk kept over a reset serves again.
 uint32_t
 client_pool_take()
 {
-	if ((client_pool.used & chunk_mask) == 0 && (client_pool.used >> chunk_bits) == client_pool.chunk_count) {
+	if ((client_pool.used >> chunk_bits) == client_pool.chunk_count) {
 		auto *chunk = static_cast<client_usage_entry *>(
-			calloc(1u << chunk_bits, sizeof(client_usage_entry)));
+			malloc(sizeof(client_usage_entry) << chunk_bits));
 		if (chunk == nullptr)
 			return CLIENT_NO_ENTRY;
 		auto **chunks = static_cast<client_usage_entry **>(
@@ -62,18 +63,15 @@ client_pool_take()
 		chunks[client_pool.chunk_count++] = chunk;
 		client_pool.chunks = chunks;
 	}
+	memset(client_pool_entry(client_pool.used), 0, sizeof(client_usage_entry));
 	return client_pool.used++;
 }
 
 void
-client_pool_release()
+client_pool_reset()
 {
-	for (uint32_t c = 0; c < client_pool.chunk_count; c++)
-		free(client_pool.chunks[c]);
-	free(client_pool.chunks);
-	client_pool = {};
+	client_pool.used = 0;
 	odd_texts.clear();
-	odd_texts.shrink_to_fit();
 }
 
 bool

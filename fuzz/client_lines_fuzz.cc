@@ -31,6 +31,6 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		client_usage_close_period(t);
 		client_usage_set_free(set);
 	}
-	client_pool_release();
+	client_pool_reset();
 	return 0;
 }

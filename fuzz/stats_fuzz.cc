@@ -27,6 +27,6 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		vlans.read_stats(path, now);
 		vlans.read_stats(path, now + 30);
 	}
-	client_pool_release();
+	client_pool_reset();
 	return 0;
 }

@@ -82,6 +82,6 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	tally_sw_usage_update(registry);
 
 	tally_sw_registry_free(registry);
-	client_pool_release();
+	client_pool_reset();
 	return 0;
 }
