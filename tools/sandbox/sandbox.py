@@ -221,6 +221,67 @@ class Sandbox:
         self._wait_until(ended, f"exit after signal {sig}")
         return self._proc.returncode
 
+    def alongside(self, argv, env=None):
+        """Runs the host command argv (env: its environment, else ours) while
+        answering the daemon's wake-ups as signal() does, so that a command
+        that signals the daemon sees its loop run. Returns the command's
+        CompletedProcess with text output once it has ended and the daemon
+        is idle again or has ended (returncode then tells its status)."""
+        self._drain()
+        idles, answered = len(self._reports), 0
+        daemon = os.pidfd_open(self.pid)
+
+        def answer():
+            nonlocal answered
+            while self._wakes:
+                self._ctl.sendto(b"done", self._wakes.pop(0))
+                answered += 1
+
+        def daemon_ended():
+            # A zombie whose emulator's other threads are still leaving has ended too.
+            if select.select([daemon], [], [], 0)[0]:
+                return True
+            try:
+                with open(f"/proc/{self.pid}/stat") as f:
+                    return f.read().rsplit(")", 1)[1].split()[0] in "ZX"
+            except FileNotFoundError:
+                return True
+
+        def command_ended():
+            answer()
+            return command.poll() is not None
+
+        def settled():
+            # Each answered wake-up ends in pause() again, unless the daemon ends.
+            answer()
+            return len(self._reports) >= idles + answered or daemon_ended()
+
+        with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as err:
+            command = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=out, stderr=err)
+            try:
+                self._wait_until(command_ended, f"{argv[0]} to end", poll=PROC_POLL_SECONDS)
+                self._wait_until(settled, f"the daemon to settle after {argv[0]}", poll=PROC_POLL_SECONDS)
+                ended = daemon_ended()
+            finally:
+                os.close(daemon)
+                if command.poll() is None:
+                    command.kill()
+                    command.wait()
+            out.seek(0)
+            err.seek(0)
+            done = subprocess.CompletedProcess(argv, command.returncode, out.read(), err.read())
+        if ended:
+            self._wait_until(self._exited, f"the sandbox to end after {argv[0]}")
+        else:
+            self._wait_quiet()
+        return done
+
+    @property
+    def returncode(self):
+        """The daemon's exit status once it has ended (128 + n when killed
+        by signal n), else None."""
+        return self._proc.poll()
+
     def close(self):
         if self._proc is not None and self._proc.poll() is None:
             self._kill()
