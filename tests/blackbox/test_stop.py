@@ -1,6 +1,7 @@
-"""tally-stop: a stop through the helper brings back on restart every
-figure counted before it, where SIGTERM alone loses the ticks since the
-last backup pass; the helper's refusals and time bounds."""
+"""tally-stop and the init scripts: a stop through the helper brings back
+on restart every figure counted before it, where SIGTERM alone loses the
+ticks since the last backup pass; the helper's refusals and time bounds;
+what the init scripts register and do when the helper fails."""
 
 import os
 import select
@@ -17,6 +18,7 @@ from vlanfiles import KIB, set_clock_marker
 
 HERE = os.path.dirname(__file__)
 HELPER = os.path.realpath(os.path.join(HERE, "..", "..", "tools", "tally-stop"))
+INIT = os.path.realpath(os.path.join(HERE, "..", "..", "tools", "init"))
 ROOT = "/var/run/ostra/tally_sw_usage"
 PID_FILE = "/var/run/tally.pid"
 
@@ -242,3 +244,54 @@ def test_usage_errors_exit_2_with_the_usage(shells, args, message):
     done = subprocess.run(prefix + [HELPER, *args], env=env, capture_output=True, text=True, timeout=60)
     assert (done.returncode, done.stdout, done.stderr) == (
         2, "", f"tally-stop: {message}\nUsage: tally-stop [-p PIDFILE] [-t SECONDS]\n")
+
+
+@pytest.mark.parametrize("shell", ["/bin/sh", "busybox sh"])
+@pytest.mark.parametrize("script", ["tally-stop", "init/tally.procd", "init/tally.sysv"])
+def test_the_scripts_parse(shell, script):
+    done = subprocess.run(shell.split() + ["-n", os.path.join(INIT, "..", script)], capture_output=True, text=True,
+                          timeout=60)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
+# procd's shell functions, recording their calls.
+PROCD_STUBS = """\
+procd_open_instance() { echo "open $*"; }
+procd_set_param() { echo "param $*"; }
+procd_close_instance() { echo close; }
+procd_send_signal() { echo "signal $*"; }
+logger() { echo "logger $*"; }
+"""
+
+
+def procd(body, tmp_path, helper_status=0, helper_says=""):
+    """The output of body run after the procd script is sourced with
+    procd's functions stubbed and the helper replaced by one that says
+    helper_says on standard error and exits with helper_status."""
+    (tmp_path / "says").write_text(helper_says)
+    helper = tmp_path / "tally-stop"
+    helper.write_text(f"#!/bin/sh\ncat {tmp_path}/says >&2\nexit {helper_status}\n")
+    helper.chmod(0o755)
+    script = f"{PROCD_STUBS}. {INIT}/tally.procd\nSTOP_PROG={helper}\n{body}"
+    done = subprocess.run(["/bin/sh", "-c", script], capture_output=True, text=True, timeout=60)
+    return done.returncode, done.stdout.splitlines(), done.stderr
+
+
+def test_procd_starts_tally_respawned_after_the_agent_and_reload_sends_sighup(tmp_path):
+    assert procd('echo "$USE_PROCD $START"; start_service; reload_service', tmp_path) == (0, [
+        "1 99", "open ", "param command /usr/sbin/tally", "param respawn 3600 5 0", "close", "signal tally * 1"], "")
+
+
+@pytest.mark.parametrize("status, says, goes_on", [
+    (0, "", True),
+    (1, "tally-stop: no tally running: cannot read /var/run/tally.pid", True),
+    (3, "tally-stop: tally's backup pass not seen to finish in 120 s; SIGTERM not sent, tally (pid 9) left running",
+     False),
+    (4, "tally-stop: tally (pid 9) still running 120 s after SIGTERM", True),
+    (5, "tally-stop: cannot watch or signal tally (pid 9): run as root", False),
+])
+def test_procd_stop_keeps_tally_running_when_no_backup_was_made(tmp_path, status, says, goes_on):
+    # rc.common's stop kills the instance once stop_service returns.
+    code, out, err = procd("stop_service\necho procd_kill", tmp_path, status, says)
+    assert out == ([f"logger -t tally -p daemon.warn {says}"] if says else []) + (["procd_kill"] if goes_on else [])
+    assert (code, err) == (0 if goes_on else 1, says + "\n" if says else "")
