@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the built daemon in a sandbox through one fast-forwarded day of
 30-second ticks, fed by the sFlow agent simulator, and shows what it wrote,
-logged and ran."""
+logged and ran, and what tally-report makes of it."""
 
 import argparse
 import os
@@ -17,6 +17,7 @@ TICK = 30
 TICKS = 25 * 3600 // TICK
 AGENT_INTERVAL = 10  # ticks between two statistics files
 STATS = "/var/run/sflow/stat.bin"
+RUN_ROOT = "/var/run/ostra/tally_sw_usage"
 TOTALS = ["sw_usage_hourly_total.csv", "sw_usage_daily_total.csv", "sw_usage_monthly_total.csv"]
 VLAN_FILES = ["sw_usage_hourly.csv", "sw_usage_daily.csv", "sw_usage_monthly.csv",
               "usage_history.hourly", "usage_history.daily", "usage_history.monthly"]
@@ -49,11 +50,19 @@ def show_file(sb, path, head=6):
         print(f"  ... {len(lines) - head} more")
 
 
+def show_report(report, root, *view):
+    shown = subprocess.run([report, *view, "--root", root], capture_output=True, text=True, check=True)
+    print(f"\n{' '.join(['tally-report', *view])}:")
+    for line in shown.stdout.splitlines():
+        print("  " + line)
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__)
     ap.add_argument("--daemon", required=True)
     ap.add_argument("--fakeclock", required=True)
     ap.add_argument("--statgen", required=True, help="a tally-statgen that runs on this host")
+    ap.add_argument("--report", required=True, help="a tally-report that runs on this host")
     ap.add_argument("--emulator", default=None)
     args = ap.parse_args()
 
@@ -96,6 +105,8 @@ def main():
             show_file(sb, f"/var/run/ostra/tally_sw_usage/{name}", head=4)
         show_tree(sb, "/tmp/tally_sw_usage/10")
         print(f"\nexit status after SIGTERM: {status}")
+        show_report(args.report, sb.path(RUN_ROOT))
+        show_report(args.report, sb.path(RUN_ROOT), "clients", "10", "2026-11-21")
 
 
 if __name__ == "__main__":
