@@ -14,7 +14,7 @@ import tempfile
 import pytest
 
 from statfile import build, mac, record, write_stats
-from vlanfiles import KIB, set_clock_marker
+from vlanfiles import KIB, Traffic
 
 HERE = os.path.dirname(__file__)
 HELPER = os.path.realpath(os.path.join(HERE, "..", "..", "tools", "tally-stop"))
@@ -60,31 +60,14 @@ def shells(shared_dir):
             "sh": (["/bin/sh"], {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"})}
 
 
-class Clients:
-    """The clients above, each behind a station of its own, with cumulative
-    counters that grow by their traffic in each tick."""
+class Clients(Traffic):
+    """The clients above, each behind a station of its own."""
 
     def __init__(self, sb):
-        self.sb = sb
-        # Baselines of zero would be taken again rather than counted from.
-        self.counters = {client: [1000, 1000] for client in CLIENTS}
-
-    def prime(self, t):
-        """A client's first two differing samples only set its baselines."""
-        self._write()
-        self.sb.tick(t + 10)
-        for c in self.counters.values():
-            c[0] += 1000
-            c[1] += 1000
-        self._write()
-        self.sb.tick(t + 40)
+        super().__init__(sb, CLIENTS)
 
     def tick(self, t):
-        for client, (first, second) in CLIENTS.items():
-            self.counters[client][0] += first
-            self.counters[client][1] += second
-        self._write()
-        self.sb.tick(t)
+        return super().tick(t, per_vlan=CLIENTS)
 
     def _write(self):
         write_stats(self.sb, build([(mac(0x020000000000 + n), [record(vlan, ip, first, second)])
@@ -120,9 +103,7 @@ def published(sb):
 ])
 def test_a_restart_brings_back_what_was_counted(sandbox, shells, tmp_path, stop, earlier_pass, late, restored):
     clients = Clients(sandbox)
-    set_clock_marker(sandbox, True)
-    sandbox.start(T0)
-    clients.prime(T0)
+    clients.start(T0)
     for t in EARLY:
         clients.tick(t)
     if earlier_pass:
