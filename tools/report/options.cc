@@ -93,12 +93,10 @@ struct parse_state {
 __attribute__((format(printf, 1, 2))) report_parse_result
 usage_error(const char *format, ...)
 {
-	char message[256];
 	va_list ap;
 	va_start(ap, format);
-	vsnprintf(message, sizeof message, format, ap);
+	report_vmessage(format, ap);
 	va_end(ap);
-	report_message("%s", message);
 	return REPORT_PARSE_ERROR;
 }
 

@@ -54,12 +54,18 @@ report_parse_number(const char *text, uint64_t max, uint64_t *value)
 }
 
 void
+report_vmessage(const char *format, va_list ap)
+{
+	fputs("tally-report: ", stderr);
+	vfprintf(stderr, format, ap);
+	fputc('\n', stderr);
+}
+
+void
 report_message(const char *format, ...)
 {
 	va_list ap;
 	va_start(ap, format);
-	fputs("tally-report: ", stderr);
-	vfprintf(stderr, format, ap);
-	fputc('\n', stderr);
+	report_vmessage(format, ap);
 	va_end(ap);
 }

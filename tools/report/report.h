@@ -3,6 +3,7 @@
 // messages to standard error.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 
 enum report_period { REPORT_HOUR, REPORT_DAY, REPORT_MONTH };
@@ -57,3 +58,4 @@ bool report_parse_number(const char *text, uint64_t max, uint64_t *value);
 
 // Prints "tally-report: " and the message, and a newline, to standard error.
 void report_message(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void report_vmessage(const char *format, va_list ap) __attribute__((format(printf, 1, 0)));
